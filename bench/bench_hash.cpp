@@ -1,9 +1,8 @@
 // String hashes against std::hash<std::string_view> on the same keys.
 // Reports bytes per nanosecond as the "bytes_per_ns" counter, and each peer's
 // throughput ratio in the summary printed at the end.
-#include <qor/qor_hashutil.h>
-
 #include <benchmark/benchmark.h>
+#include <qor/qor_hashutil.h>
 
 #include <cstdio>
 #include <functional>

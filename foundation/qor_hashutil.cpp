@@ -4,9 +4,9 @@
 
 #include "qor_random.h"
 
-const unsigned int qorHashPrimes[20] = {3,        11,        29,        83,         239,       673,      2027,
-                                        6089,     18269,     54829,     164503,     493523,    1480571,  4441721,
-                                        13325171, 39975553,  119926691, 359780077,  1079340313, 3238020943u};
+const unsigned int qorHashPrimes[20] = {3,        11,       29,        83,        239,        673,        2027,
+                                        6089,     18269,    54829,     164503,    493523,     1480571,    4441721,
+                                        13325171, 39975553, 119926691, 359780077, 1079340313, 3238020943u};
 const int qorNumHashPrimes = 20;
 const unsigned int qorMaxHashPrime = 3238020943u;
 const unsigned int qorMinHashPrime = 3;
@@ -19,9 +19,7 @@ inline unsigned tableWord(unsigned position, unsigned char byte) {
   return qorHashData[(((position + 1) & 0xFFu) << 8) | byte];
 }
 
-inline unsigned char foldCase(char c) {
-  return static_cast<unsigned char>(tolower(static_cast<signed char>(c)));
-}
+inline unsigned char foldCase(char c) { return static_cast<unsigned char>(tolower(static_cast<signed char>(c))); }
 
 }  // namespace
 

@@ -1,8 +1,7 @@
+#include <gtest/gtest.h>
 #include <qor/qor_assert.h>
 #include <qor/qor_base2.h>
 #include <qor/qor_exception.h>
-
-#include <gtest/gtest.h>
 
 #include <climits>
 #include <cstdlib>

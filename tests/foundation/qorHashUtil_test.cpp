@@ -1,6 +1,5 @@
-#include <qor/qor_hashutil.h>
-
 #include <gtest/gtest.h>
+#include <qor/qor_hashutil.h>
 
 #include <cctype>
 #include <cstring>

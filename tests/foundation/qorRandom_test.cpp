@@ -1,7 +1,6 @@
+#include <gtest/gtest.h>
 #include <qor/qor_hashutil.h>
 #include <qor/qor_random.h>
-
-#include <gtest/gtest.h>
 
 #include <climits>
 #include <cstdint>
@@ -58,8 +57,8 @@ TEST(qorrandom, ZeroSeedsStayZero) {
 // Schrage's method must equal the plain 64-bit modular products; any seeds,
 // in or out of range, stay inside int arithmetic (UBSan checks).
 TEST(qorrandom, MatchesModularArithmeticOracle) {
-  const int seeds[][2] = {{1, 1},      {12321, 32123},     {INT_MAX, INT_MAX}, {INT_MIN, INT_MIN},
-                          {-5, 77},    {2147483562, 2147483398}, {53668, 52774}};
+  const int seeds[][2] = {{1, 1},   {12321, 32123},           {INT_MAX, INT_MAX}, {INT_MIN, INT_MIN},
+                          {-5, 77}, {2147483562, 2147483398}, {53668, 52774}};
   for (const auto& pair : seeds) {
     qorrandom r(pair[0], pair[1]);
     int64_t s1 = pair[0];

@@ -1,7 +1,6 @@
+#include <gtest/gtest.h>
 #include <qor/qor_exception.h>
 #include <qor/qor_strings.h>
-
-#include <gtest/gtest.h>
 
 #include <cstring>
 #include <random>
@@ -56,7 +55,8 @@ TEST(qorStrcmp, NullReadsAsEmpty) {
 }
 
 TEST(qorStrcpy, ChecksDestinationFirst) {
-  EXPECT_TRUE(startsWith(raisedText([] { qorStrcpy(nullptr, nullptr); }), "NULL Pointer: dst\n [file qor_strings line "));
+  EXPECT_TRUE(
+      startsWith(raisedText([] { qorStrcpy(nullptr, nullptr); }), "NULL Pointer: dst\n [file qor_strings line "));
   EXPECT_TRUE(startsWith(raisedText([] {
                            char buffer[4];
                            qorStrcpy(buffer, nullptr);
@@ -103,9 +103,16 @@ TEST(qorInsertCommas, GroupsFromTheRight) {
     unsigned frequency;
     const char* out;
   } cases[] = {
-      {"1234567", 3, "1,234,567"}, {"123456", 3, "123,456"}, {"123", 3, "123"},     {"1234", 2, "12,34"},
-      {"1234", 1, "1,2,3,4"},      {"-123456", 3, "-,123,456"}, {"", 1, ""},       {"", 5, ""},
-      {"12", 7, "12"},             {"1234567890", 4, "12,3456,7890"},
+      {"1234567", 3, "1,234,567"},
+      {"123456", 3, "123,456"},
+      {"123", 3, "123"},
+      {"1234", 2, "12,34"},
+      {"1234", 1, "1,2,3,4"},
+      {"-123456", 3, "-,123,456"},
+      {"", 1, ""},
+      {"", 5, ""},
+      {"12", 7, "12"},
+      {"1234567890", 4, "12,3456,7890"},
   };
   for (const Case& c : cases) {
     std::string out = "stale";
