@@ -12,6 +12,11 @@ function(qor_warnings target)
   if(QOR_WERROR)
     target_compile_options(${target} PRIVATE -Werror)
   endif()
+  if(QOR_SANITIZER_FLAGS)
+    # The sanitizers' instrumentation makes g++ 12 warn of uninitialised
+    # values inside the standard headers that are not there.
+    target_compile_options(${target} PRIVATE -Wno-maybe-uninitialized)
+  endif()
 endfunction()
 
 # qor_sources(file...): private source files of the library.
