@@ -1,6 +1,8 @@
 #include "qor_hashutil.h"
 
 #include <cctype>
+#include <cstddef>
+#include <cstring>
 
 #include "qor_random.h"
 
@@ -15,11 +17,36 @@ unsigned int qorHashData[65536];
 namespace {
 
 // Entry of the byte at 0-based position `position`.
-inline unsigned tableWord(unsigned position, unsigned char byte) {
+inline unsigned tableWord(size_t position, unsigned char byte) {
   return qorHashData[(((position + 1) & 0xFFu) << 8) | byte];
 }
 
-inline unsigned char foldCase(char c) { return static_cast<unsigned char>(tolower(static_cast<signed char>(c))); }
+inline unsigned char sameByte(unsigned char c) { return c; }
+
+inline unsigned char foldCase(unsigned char c) {
+  return static_cast<unsigned char>(tolower(static_cast<signed char>(c)));
+}
+
+// A byte taken as a signed char, as an unsigned 32-bit value.
+inline unsigned signedByte(unsigned char c) {
+  return static_cast<unsigned>(static_cast<int>(static_cast<signed char>(c)));
+}
+
+// XOR of the table words of `length` bytes, each passed through `map`. Four
+// independent accumulators let the table loads overlap.
+template <typename Map>
+inline unsigned xorOfBytes(const unsigned char* bytes, size_t length, Map map) {
+  unsigned h0 = 0, h1 = 0, h2 = 0, h3 = 0;
+  size_t i = 0;
+  for (; i + 4 <= length; i += 4) {
+    h0 ^= tableWord(i, map(bytes[i]));
+    h1 ^= tableWord(i + 1, map(bytes[i + 1]));
+    h2 ^= tableWord(i + 2, map(bytes[i + 2]));
+    h3 ^= tableWord(i + 3, map(bytes[i + 3]));
+  }
+  for (; i < length; ++i) h0 ^= tableWord(i, map(bytes[i]));
+  return h0 ^ h1 ^ h2 ^ h3;
+}
 
 }  // namespace
 
@@ -40,35 +67,41 @@ void qorHashUninitialize() {}
 
 unsigned qorXorHashString(const char* const& s) {
   if (s == nullptr) return 0;
-  unsigned h = 0;
-  unsigned i = 0;
-  for (; s[i] != '\0'; ++i) h ^= tableWord(i, static_cast<unsigned char>(s[i]));
-  return h ^ tableWord(i, 0);
+  const size_t length = strlen(s);
+  return xorOfBytes(reinterpret_cast<const unsigned char*>(s), length, sameByte) ^ tableWord(length, 0);
 }
 
 unsigned qorXorHashStringNoCase(const char* const& s) {
   if (s == nullptr) return 0;
-  unsigned h = 0;
-  unsigned i = 0;
-  for (; s[i] != '\0'; ++i) h ^= tableWord(i, foldCase(s[i]));
-  return h ^ tableWord(i, 0);
+  const size_t length = strlen(s);
+  return xorOfBytes(reinterpret_cast<const unsigned char*>(s), length, foldCase) ^ tableWord(length, 0);
 }
 
 unsigned qorXorHashBytes(unsigned length, const void* data) {
   if (data == nullptr || length == 0) return 0;
-  const unsigned char* bytes = static_cast<const unsigned char*>(data);
-  unsigned h = 0;
-  for (unsigned i = 0; i < length; ++i) h ^= tableWord(i, bytes[i]);
-  return h;
+  return xorOfBytes(static_cast<const unsigned char*>(data), length, sameByte);
 }
 
 unsigned qorMultHashString(const char* const& s) {
   if (s == nullptr) return 0;
+  // h = (h + c * 733) * 1973 = h * M + c * K, with M = 1973 and K = 733 * 1973,
+  // all modulo 2^32. Four steps at once are h * M^4 + (c0 M^3 + c1 M^2 + c2 M + c3) K,
+  // which leaves one multiplication per four bytes on the dependency chain.
+  const unsigned M = 1973u;
+  const unsigned K = 733u * 1973u;
+  const unsigned M2 = M * M;
+  const unsigned M3 = M2 * M;
+  const unsigned M4 = M3 * M;
+  const size_t length = strlen(s);
+  const unsigned char* bytes = reinterpret_cast<const unsigned char*>(s);
   unsigned h = 0;
-  for (const char* p = s; *p != '\0'; ++p) {
-    const unsigned c = static_cast<unsigned>(static_cast<int>(static_cast<signed char>(*p)));
-    h = (h + c * 733u) * 1973u;
+  size_t i = 0;
+  for (; i + 4 <= length; i += 4) {
+    const unsigned mixed = signedByte(bytes[i]) * M3 + signedByte(bytes[i + 1]) * M2 + signedByte(bytes[i + 2]) * M +
+                           signedByte(bytes[i + 3]);
+    h = h * M4 + mixed * K;
   }
+  for (; i < length; ++i) h = h * M + signedByte(bytes[i]) * K;
   return h;
 }
 

@@ -118,3 +118,23 @@ TEST_F(qorHashUtilTest, PropertiesOverGeneratedStrings) {
     ASSERT_EQ(qorXorHashBytes(static_cast<unsigned>(text.size()), s) ^ terminator, qorXorHashString(s));
   }
 }
+
+// The hashes are computed several bytes at a time; a plain byte-by-byte
+// oracle over every length from 0 to 600 catches a slip at any remainder.
+TEST_F(qorHashUtilTest, MatchesByteByByteOracles) {
+  std::mt19937 random(77);
+  for (size_t length = 0; length <= 600; ++length) {
+    const std::string text = randomText(random, length);
+    unsigned xorHash = 0;
+    unsigned multHash = 0;
+    for (size_t i = 0; i < length; ++i) {
+      const unsigned char byte = static_cast<unsigned char>(text[i]);
+      xorHash ^= qorHashData[((i + 1) % 256) * 256 + byte];
+      multHash = (multHash + static_cast<unsigned>(static_cast<signed char>(byte)) * 733u) * 1973u;
+    }
+    const char* s = text.c_str();
+    ASSERT_EQ(qorXorHashBytes(static_cast<unsigned>(length), s), length == 0 ? 0u : xorHash) << length;
+    ASSERT_EQ(qorXorHashString(s), xorHash ^ qorHashData[((length + 1) % 256) * 256]) << length;
+    ASSERT_EQ(qorMultHashString(s), multHash) << length;
+  }
+}
