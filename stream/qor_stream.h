@@ -1,0 +1,168 @@
+// Buffered file streams: plain bytes, one gzip member, or a raw deflate stream.
+//
+// qorStreamReader reads a file from start to end through a 64 KiB buffer;
+// qorStreamWriter writes one through a 16 KiB buffer. Both report every
+// failure by raising a qorException* (catch the pointer, call what() once,
+// delete it).
+//
+// File formats:
+//   plain        the bytes as they are (the default);
+//   gzip         one gzip member (zlib window bits 31); gunzip(true) / gzip(true);
+//   raw deflate  a bare deflate stream, 32 KiB window, no header or trailer
+//                (zlib window bits -15); inflate(true) / deflate(true).
+// Text conventions of the readers: a line ends at a line feed, which is not
+// delivered; carriage returns are dropped; a tab is delivered as it is or as
+// four spaces. A binary number is an 8-byte IEEE-754 double in host order.
+#ifndef QOR_STREAM_H
+#define QOR_STREAM_H
+
+#include <QString>
+#include <cstddef>
+#include <cstdio>
+#include <string>
+
+#include "qor_export.h"
+
+// zlib's stream record; <zlib.h> declares it in full.
+typedef struct z_stream_s z_stream;
+
+class QOR_API qorStreamReader {
+ public:
+  // Opens the file with fopen(name, "rb"); no data is read yet. A null name
+  // raises "Filename is null!"; a file that cannot be opened raises
+  // "Unable to open file for read: <name>\n". A failed constructor leaves
+  // nothing allocated.
+  explicit qorStreamReader(char const* fileName);
+  // Closes the file and releases the buffers and the decompressor.
+  ~qorStreamReader();
+
+  qorStreamReader(const qorStreamReader&) = delete;
+  qorStreamReader& operator=(const qorStreamReader&) = delete;
+
+  // Size of the file in bytes (the compressed size of a compressed file),
+  // independent of the reading position. Raises "fstat failed: <reason>\n"
+  // when the size cannot be read.
+  long size();
+
+  // true: from the next fill on, decode the file as one gzip member; false:
+  // read plain bytes again. Call it right after construction: bytes already
+  // buffered are delivered as they are. Switching on while decoding in the
+  // same format keeps the running decoder; in the other format the old
+  // decoder is ended and a new one starts at the current file position.
+  // Raises "Error initialising zlib" when zlib cannot start.
+  void gunzip(bool on);
+  // The same as gunzip(), for a raw deflate stream.
+  void inflate(bool on);
+
+  // Moves back to the start of the file and discards the buffered bytes.
+  // A running decoder restarts too, so the next read delivers the data from
+  // its start in every format. Always returns 0.
+  int rewind();
+
+  // Refills the buffer; the readers call it when the buffer is used up.
+  // m_BufSize becomes 0 when the data has ended. While decoding, a corrupt
+  // stream raises zlib's message, and a file that ends inside the stream
+  // raises "Unexpected end of compressed data in <name>\n".
+  void fillBuf();
+
+  // Copies the next n bytes into buf and returns how many were copied: n,
+  // fewer only at the end of the data, 0 when n <= 0.
+  long read(char* buf, int n);
+  // Copies bytes into buf up to a zero byte (consumed, not copied), n bytes or
+  // the end of the data, and returns the count. No terminator is written.
+  long readString(char* buf, int n);
+
+  // The next line (line feed removed, carriage returns dropped, each tab as
+  // four spaces when expandTabs) in one static buffer shared by every reader,
+  // valid until the next call on any reader. Returns null at the end of the
+  // data; an unterminated last line is not delivered. A line of 65535 bytes
+  // or more, or one whose expanded tabs do not fit 65535 bytes, raises
+  // "line > 64k chars in qorStreamReader::readLine" after consuming the bytes
+  // read so far.
+  char* readLine(bool expandTabs);
+  // The next line into s (emptied first); each byte becomes one UTF-16 code
+  // unit, taken as a signed byte (0x80..0xFF give U+FF80..U+FFFF). Returns
+  // false at the end of the data, with an unterminated last line left in s.
+  bool readLine(QString& s, bool expandTabs);
+  // The same into a standard string, bytes unchanged.
+  bool readLine(std::string& s, bool expandTabs);
+  // The next zero-terminated string into s (emptied first). Carriage returns
+  // and line feeds are kept; tabs are expanded when asked. Returns false at
+  // the end of the data, with the unterminated rest in s.
+  bool readString(QString& s, bool expandTabs);
+  // Exactly readLine(s, expandTabs): reads up to a line feed.
+  bool readString(std::string& s, bool expandTabs);
+
+  // The next 8 bytes as a double. Returns false, storing nothing, when the
+  // data ends first (the remaining bytes are consumed).
+  bool readFloat(double& value);
+  // Two doubles in a row. Returns false, storing into neither, when the data
+  // ends before all 16 bytes.
+  bool readComplex(double& re, double& im);
+
+  size_t m_FileBytes;   // bytes read from the file (compressed bytes while decoding)
+  char* m_FileName;     // qorStrdup copy of the name
+  FILE* m_FileHandle;   // the file, mode "rb"
+  char* m_Buf;          // 65536-byte data buffer (decoded data while decoding)
+  int m_BufSize;        // valid bytes in m_Buf; 0 once the data has ended
+  int m_BufLeft;        // valid bytes not yet consumed; next is m_Buf[m_BufSize - m_BufLeft]
+  bool m_Compressed;    // decoding is on
+  char* m_ZBuf;         // 16384-byte input buffer while decoding, otherwise null
+  size_t m_ZBufSize;    // 16384
+  z_stream* m_ZStream;  // zlib's record while decoding
+};
+
+class QOR_API qorStreamWriter {
+ public:
+  // Opens the file for writing: mode 'a' appends to it ("ab"), any other
+  // character creates or truncates it ("wb"). A null name raises
+  // "Filename is null!"; a file that cannot be opened raises
+  // "Unable to open file for write: <name>\n". A failed constructor leaves
+  // nothing allocated.
+  qorStreamWriter(char const* fileName, char mode);
+  // Writes out the buffered bytes, ends a running compressed stream, closes
+  // the file and releases everything. A destructor cannot raise: an error at
+  // this last step is lost, so call gzip(false) / deflate(false) first to
+  // see it.
+  ~qorStreamWriter();
+
+  qorStreamWriter(const qorStreamWriter&) = delete;
+  qorStreamWriter& operator=(const qorStreamWriter&) = delete;
+
+  // true: compress everything written from now on into one gzip member;
+  // false: write out the buffered bytes, end the member and write plain bytes
+  // again. However the writes are sized, the compressed output is one
+  // complete stream, ended exactly once: here or in the destructor.
+  // Switching on while compressing in the same format keeps the running
+  // stream; in the other format the running stream is ended first. Bytes
+  // buffered before switching on are compressed. Raises "Error initialising
+  // zlib" when zlib cannot start.
+  void gzip(bool on);
+  // The same as gzip(), for a raw deflate stream.
+  void deflate(bool on);
+
+  // Takes n bytes from buf; returns n, or 0 when n <= 0.
+  long write(char* buf, int n);
+  // Writes out the buffered bytes. While compressing, the stream is flushed
+  // to a byte boundary (everything so far can be decoded) but not ended.
+  // Always returns 0.
+  int emptyBuf();
+  // Moves back to the start of the file and discards the buffered bytes; a
+  // running compressed stream restarts, so the output written after it is
+  // one valid stream from the start of the file. The file is not truncated:
+  // older bytes beyond the new output stay. Always returns 0.
+  int rewind();
+
+  size_t m_FileBytes;   // bytes written to the file, as fwrite reports them
+  char* m_FileName;     // qorStrdup copy of the name
+  FILE* m_FileHandle;   // the file, mode "wb" or "ab"
+  char* m_Buf;          // 16384-byte data buffer
+  int m_BufSize;        // 16384
+  int m_BufUsed;        // buffered bytes not yet written
+  bool m_Compressed;    // compression is on
+  char* m_ZBuf;         // 65536-byte output buffer while compressing, otherwise null
+  size_t m_ZBufSize;    // 65536
+  z_stream* m_ZStream;  // zlib's record while compressing
+};
+
+#endif
