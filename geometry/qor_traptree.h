@@ -1,0 +1,142 @@
+// The triangulator's trapezoidal map: records, tables, point comparisons, the
+// query structure that locates a point, and the insertion of one segment.
+//
+// All state is process-wide: the tables below are static storage of the
+// library, indexed from 1 (entry 0 is never issued, so a link of 0 or -1
+// means "no such neighbour"). The functions are not locked; the public entry
+// points triangulate() and is_point_inside_polygon() (qor_triangulate.h)
+// serialise themselves, and code that drives these internal steps directly
+// must make sure no other thread triangulates at the same time.
+#ifndef QOR_TRAPTREE_H
+#define QOR_TRAPTREE_H
+
+#include "qor_base2.h"
+#include "qor_export.h"
+
+// Capacities and the tolerance of every coordinate comparison.
+constexpr qorInt32 SEGSIZE = 8192;          // segments, vertices, permutation, monotone polygons
+constexpr qorInt32 TRAPSIZE = 4 * SEGSIZE;  // trapezoids
+constexpr qorInt32 NODESIZE = 8 * SEGSIZE;  // query-structure nodes
+constexpr double EPSILON = 1.0e-7;
+
+// Node types of the query structure.
+constexpr qorInt32 NODE_X = 1;     // test against a segment
+constexpr qorInt32 NODE_Y = 2;     // test against a point
+constexpr qorInt32 NODE_SINK = 3;  // a leaf standing for one trapezoid
+
+// Which side of a segment a remembered third upper neighbour lies on.
+constexpr qorInt32 SIDE_LEFT = 1;
+constexpr qorInt32 SIDE_RIGHT = 2;
+
+// Which endpoint inserted() asks about.
+constexpr qorInt32 FIRST_POINT = 1;
+constexpr qorInt32 LAST_POINT = 2;
+
+// Trapezoid states.
+constexpr qorInt32 TRAP_VALID = 1;
+constexpr qorInt32 TRAP_MERGED = 2;  // absorbed into the trapezoid above it
+
+// A point; higher means greater y, and points of equal height (within
+// EPSILON) are ordered by x.
+struct point_t {
+  double x;
+  double y;
+};
+
+// One polygon edge. Segment i runs from vertex i to the start of segment next.
+struct segment_t {
+  point_t start;
+  point_t end;
+  qorInt32 in_tree;     // nonzero once inserted into the map
+  qorInt32 root_start;  // query node from which start is located
+  qorInt32 root_end;    // query node from which end is located
+  qorInt32 next;        // following segment of the contour
+  qorInt32 prev;        // preceding segment of the contour
+};
+
+// One trapezoid of the map.
+struct trap_t {
+  qorInt32 left_seg;   // bounding segment on the left, <= 0 when unbounded
+  qorInt32 right_seg;  // bounding segment on the right, <= 0 when unbounded
+  point_t top;         // defines the upper edge
+  point_t bottom;      // defines the lower edge
+  qorInt32 up0, up1;   // trapezoids above, <= 0 for none
+  qorInt32 down0, down1;
+  qorInt32 sink;     // the sink node in qs standing for this trapezoid
+  qorInt32 up_save;  // third upper neighbour remembered while threading a segment
+  qorInt32 up_side;  // SIDE_LEFT or SIDE_RIGHT: where up_save lies
+  qorInt32 state;    // TRAP_VALID or TRAP_MERGED
+};
+
+// One node of the query structure; the root is node 1.
+struct node_t {
+  qorInt32 type;        // NODE_X, NODE_Y or NODE_SINK
+  qorInt32 seg_index;   // X node: its segment (Y nodes of an insertion record it too)
+  point_t y_key;        // Y node: separates the upper child from the lower
+  qorInt32 trap_index;  // sink node: its trapezoid
+  qorInt32 parent;      // the node that points to this one
+  qorInt32 left;        // Y node: below; X node: left of the segment
+  qorInt32 right;       // Y node: above; X node: right of the segment
+};
+
+extern QOR_API segment_t seg[SEGSIZE];
+extern QOR_API trap_t tr[TRAPSIZE];
+extern QOR_API node_t qs[NODESIZE];
+
+// Point comparisons; results are 0 or 1.
+// a above b (beyond EPSILON in y), or level with it and a.x > b.x exactly.
+QOR_API qorInt32 _greater_than(point_t* a, point_t* b);
+// As _greater_than, with a.x >= b.x on a level.
+QOR_API qorInt32 _greater_than_equal_to(point_t* a, point_t* b);
+// a below b, or level with it and a.x < b.x exactly.
+QOR_API qorInt32 _less_than(point_t* a, point_t* b);
+// Both coordinates within EPSILON.
+QOR_API qorInt32 _equal_to(point_t* a, point_t* b);
+// Stores the higher of a and b into out (on a level, a wins only when its x
+// is greater by more than EPSILON). Returns 0.
+QOR_API qorInt32 _max(point_t* out, point_t* a, point_t* b);
+// Stores the lower of a and b into out (on a level, a wins when a.x < b.x
+// exactly). Returns 0.
+QOR_API qorInt32 _min(point_t* out, point_t* a, point_t* b);
+
+// Issues the next query node (fields as the reset left them). Raises
+// "newnode: Query-table overflow" once 65535 nodes have been issued.
+QOR_API qorInt32 newnode();
+
+// Issues the next trapezoid with both segments -1 and state TRAP_VALID.
+// Raises "newtrap: Trapezoid-table overflow" once 32767 have been issued.
+QOR_API qorInt32 newtrap();
+
+// Resets tr, qs and their counters, and builds the map of one segment: nodes
+// 1..7 and trapezoids 1..4 (left of it, right of it, below, above). Returns
+// the root, 1. A segment number outside 1..8191 raises a qorException*.
+QOR_API qorInt32 init_query_structure(qorInt32 segment);
+
+// The trapezoid containing p, descending from node root; other is the
+// opposite endpoint of p's segment and breaks ties when p lies on a node's
+// point or on an endpoint of a node's segment. Raises
+// "locate_endpoint: Internal error" on a node of unknown type (for instance
+// before any map was built) or a link outside the node table.
+QOR_API qorInt32 locate_endpoint(point_t* p, point_t* other, qorInt32 root);
+
+// 1 if p lies strictly left of the segment (upward oriented); a point level
+// with either endpoint is compared by x alone.
+QOR_API qorInt32 is_left_of(qorInt32 segment, point_t* p);
+
+// Whether the endpoint of segment (FIRST_POINT: start, otherwise end) is
+// already in the map because the contour neighbour sharing it is inserted.
+QOR_API qorInt32 inserted(qorInt32 segment, qorInt32 which);
+
+// Inserts one segment into the map: splits the trapezoids at its new
+// endpoints, threads it through the trapezoids it crosses, and merges the
+// slivers left along it. Returns 0. Raises "add_segment: internal error"
+// when the map is inconsistent with the segment (crossing or touching
+// edges), and the overflow messages of newnode/newtrap.
+QOR_API qorInt32 add_segment(qorInt32 segment);
+
+// Merges, on side SIDE_LEFT or SIDE_RIGHT of segment, vertically adjacent
+// trapezoids from first down to last that share both bounding segments.
+// Returns 0.
+QOR_API qorInt32 merge_trapezoids(qorInt32 segment, qorInt32 first, qorInt32 last, qorInt32 side);
+
+#endif
