@@ -1,0 +1,155 @@
+#include "qor_alloc.h"
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "qor_assert.h"
+#include "qor_link.h"
+#include "qor_message.h"
+#include "qor_mutex.h"
+#include "qor_objectalloc.h"
+
+// Non-recursive; constant-initialised, so it is usable before any dynamic
+// initialiser of the library or of an application runs.
+QMutex qorPageAlloc::m_Mutex;
+unsigned long qorPageAlloc::m_TotalPages = 0;
+unsigned long qorPageAlloc::m_PagesToAllocAtOnce = 0;
+unsigned long qorPageAlloc::m_PageSize = 0;
+qorPageAlloc::PermBlock* qorPageAlloc::m_FirstPermFree = nullptr;
+bool qorPageAlloc::m_Initialized = false;
+void* qorPageAlloc::m_FirstFree = nullptr;
+
+namespace {
+
+constexpr unsigned long kMinPageSize = 4096;
+constexpr unsigned long kMinPagesPerUnit = 8;
+constexpr unsigned long kUnitTarget = 65536;
+constexpr unsigned long kPoolBytes = 16777216;
+
+[[noreturn]] void throwMmapFailed(int error, unsigned long line) {
+  char buffer[256];
+  qorThrowComposed("mmap failed: ", strerror_r(error, buffer, sizeof buffer), "qor_alloc", line);
+}
+
+}  // namespace
+
+void qorPageAlloc::Initialize() {
+  if (m_Initialized) qorThrow("qorPageAlloc already initialised!", "qor_alloc", __LINE__);
+  long system = sysconf(_SC_PAGESIZE);
+  if (system <= 0) system = static_cast<long>(kMinPageSize);  // never seen on Linux; keeps the arithmetic sound
+  const unsigned long s = static_cast<unsigned long>(system);
+  m_PageSize = s;
+  m_PagesToAllocAtOnce = kUnitTarget / s;
+  if (s < kMinPageSize) m_PageSize = kMinPageSize;
+  if (m_PagesToAllocAtOnce < kMinPagesPerUnit) m_PagesToAllocAtOnce = kMinPagesPerUnit;
+  m_Initialized = true;
+}
+
+void qorPageAlloc::Uninitialize() {
+  if (!m_Initialized) qorThrow("qorPageAlloc not initialised!", "qor_alloc", __LINE__);
+  PermBlock* block = m_FirstPermFree;
+  while (block != nullptr) {
+    const int result = munmap(block->address, block->length);
+    if (result != 0) {
+      printf("Error in munmap: size = %ld addr=%lx\n", static_cast<long>(block->length),
+             reinterpret_cast<unsigned long>(block->address));
+      exit(result);
+    }
+    PermBlock* next = block->next;
+    delete block;
+    block = next;
+  }
+  m_FirstPermFree = nullptr;
+  m_FirstFree = nullptr;
+  for (void*& head : qorOAFreeLists) head = nullptr;
+  m_Initialized = false;
+}
+
+unsigned long qorPageAlloc::GetPageSize() { return m_PageSize; }
+
+unsigned long qorPageAlloc::GetTotalPages() {
+  qorMutexLocker lock(m_Mutex);
+  return m_TotalPages;
+}
+
+unsigned long qorPageAlloc::GetFreePages() {
+  qorMutexLocker lock(m_Mutex);
+  unsigned long count = 0;
+  for (void* page = m_FirstFree; page != nullptr; page = qor_internal::readLink(page)) ++count;
+  return count;
+}
+
+void* qorPageAlloc::Alloc() {
+  qorMutexLocker lock(m_Mutex);
+  if (!m_Initialized) qorThrow("qorPageAlloc not initialised!", "qor_alloc", __LINE__);
+  if (m_FirstFree == nullptr) PopulateFreeList();
+  void* page = m_FirstFree;
+  m_FirstFree = qor_internal::readLink(page);
+  return page;
+}
+
+void qorPageAlloc::Dealloc(void* page) {
+  if (page == nullptr) return;
+  qorMutexLocker lock(m_Mutex);
+  qor_internal::writeLink(page, m_FirstFree);
+  m_FirstFree = page;
+}
+
+unsigned long qorPageAlloc::GetPermanentAllocMinimum() { return m_PageSize * m_PagesToAllocAtOnce; }
+
+unsigned long qorPageAlloc::ComputeEfficientSize(unsigned long objectSize, unsigned long objectCount) {
+  const unsigned long unit = GetPermanentAllocMinimum();
+  if (unit == 0) qorThrow("qorPageAlloc not initialised!", "qor_alloc", __LINE__);
+  unsigned long bytes;
+  if (__builtin_mul_overflow(objectSize, objectCount, &bytes) || bytes > ~0UL - (unit - 1)) {
+    qorThrow("Permanent allocation too large: object size times count overflows", "qor_alloc", __LINE__);
+  }
+  return ((bytes + unit - 1) / unit) * unit;
+}
+
+void qorPageAlloc::PermanentAlloc(unsigned long objectSize, unsigned long objectCount, unsigned long& objectsObtained,
+                                  void*& memory) {
+  if (objectSize == 0) qorThrow("Permanent allocation with an object size of 0", "qor_alloc", __LINE__);
+  if (objectCount == 0) qorThrow("Permanent allocation of 0 objects", "qor_alloc", __LINE__);
+  qorMutexLocker lock(m_Mutex);
+  if (!m_Initialized) qorThrow("qorPageAlloc not initialised!", "qor_alloc", __LINE__);
+  const unsigned long bytes = ComputeEfficientSize(objectSize, objectCount);
+  memory = AllocRawPages(bytes / m_PageSize);
+  objectsObtained = bytes / objectSize;
+}
+
+void* qorPageAlloc::AllocRawPages(unsigned long pages) {
+  if (m_PageSize == 0) qorThrow("qorPageAlloc not initialised!", "qor_alloc", __LINE__);
+  unsigned long length;
+  if (pages == 0 || __builtin_mul_overflow(pages, m_PageSize, &length)) {
+    qorThrow("AllocRawPages: page count is 0 or too large", "qor_alloc", __LINE__);
+  }
+  // The record is made first, so that a failure leaves neither a mapping
+  // without a record nor a record of a failed mapping.
+  PermBlock* block = new PermBlock{m_FirstPermFree, nullptr, length};
+  void* address = mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (address == MAP_FAILED) {
+    const int error = errno;
+    delete block;
+    throwMmapFailed(error, __LINE__);
+  }
+  block->address = address;
+  m_FirstPermFree = block;
+  m_TotalPages += pages;
+  return address;
+}
+
+void qorPageAlloc::PopulateFreeList() {
+  const unsigned long unit = m_PageSize * m_PagesToAllocAtOnce;
+  if (unit == 0) qorThrow("qorPageAlloc not initialised!", "qor_alloc", __LINE__);
+  unsigned long k = kPoolBytes / unit;
+  if (k == 0) k = 1;
+  const unsigned long n = m_PagesToAllocAtOnce * k;
+  char* base = static_cast<char*>(AllocRawPages(n));
+  m_FirstFree = qor_internal::linkBlocks(base, m_PageSize, n);
+}

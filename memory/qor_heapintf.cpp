@@ -1,0 +1,11 @@
+#include "qor_heapintf.h"
+
+qorHeapIntf::qorHeapIntf() {}
+
+qorHeapIntf::~qorHeapIntf() {}
+
+void qorHeapIntf::Minimize() {}
+
+qorHeapCIntf::qorHeapCIntf() {}
+
+qorHeapCIntf::~qorHeapCIntf() {}

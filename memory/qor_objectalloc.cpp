@@ -1,0 +1,49 @@
+#include "qor_objectalloc.h"
+
+#include <cstdio>
+
+#include "qor_alloc.h"
+#include "qor_assert.h"
+#include "qor_freelist_stats.h"
+#include "qor_link.h"
+
+void* qorOAFreeLists[65537] = {};
+// Non-recursive; constant-initialised, so it is usable before any dynamic
+// initialiser runs.
+QMutex qorOAMutex;
+double qorOATotalBytesAllocated = 0.0;
+
+namespace {
+
+constexpr unsigned long kMaxObjectSize = 65536;
+constexpr unsigned long kObjectsPerRefill = 4096;
+
+}  // namespace
+
+void qorOABadSize(unsigned long size) {
+  if (size == 0) qorThrow("Object allocator: object size of 0", "qor_objectalloc", __LINE__);
+  qorThrow("Object allocator: object size above 65536", "qor_objectalloc", __LINE__);
+}
+
+void qorOAPopulateFreeList(unsigned long size) {
+  if (size == 0 || size > kMaxObjectSize) qorOABadSize(size);
+  unsigned long count = 0;
+  void* base = nullptr;
+  qorPageAlloc::PermanentAlloc(size, kObjectsPerRefill, count, base);
+  qorOATotalBytesAllocated += static_cast<double>(size * count);
+  qorOAFreeLists[size] = qor_internal::linkBlocks(static_cast<char*>(base), size, count);
+}
+
+double qorOAGetTotalBytesAllocated() {
+  qorMutexLocker lock(qorOAMutex);
+  return qorOATotalBytesAllocated;
+}
+
+void qorOAGetFreeListStats(std::vector<std::string>& lines) {
+  std::vector<qor_internal::FreeListCount> counts;
+  {
+    qorMutexLocker lock(qorOAMutex);
+    counts = qor_internal::countFreeLists(qorOAFreeLists, kMaxObjectSize + 1);
+  }
+  qor_internal::formatFreeListStats(" Cache Stats:", counts, lines);
+}

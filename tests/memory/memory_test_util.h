@@ -1,0 +1,122 @@
+// Helpers shared by the memory tests.
+#ifndef QOR_MEMORY_TEST_UTIL_H
+#define QOR_MEMORY_TEST_UTIL_H
+
+#include <gtest/gtest.h>
+#include <qor/qor_alloc.h>
+#include <qor/qor_exception.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <string>
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define QOR_TEST_SANITIZED 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define QOR_TEST_SANITIZED 1
+#endif
+#endif
+
+namespace memtest {
+
+// The page allocator is process-wide and the tests of one program share it.
+// Every test starts from a freshly initialised allocator and leaves it
+// uninitialised, whatever order the tests run in.
+class PageAllocFixture : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (::qorPageAlloc::m_Initialized) ::qorPageAlloc::Uninitialize();
+    ::qorPageAlloc::Initialize();
+  }
+  void TearDown() override {
+    if (::qorPageAlloc::m_Initialized) ::qorPageAlloc::Uninitialize();
+  }
+};
+
+// The text of a caught exception; deletes it.
+inline std::string textOf(qorException* e) {
+  std::string text = e->what();
+  delete e;
+  return text;
+}
+
+// Runs body and returns the what() text of the qorException* it raises, or
+// "<no exception>".
+inline std::string raisedText(const std::function<void()>& body) {
+  try {
+    body();
+  } catch (qorException* e) {
+    return textOf(e);
+  }
+  return "<no exception>";
+}
+
+inline bool startsWith(const std::string& text, const std::string& prefix) {
+  return text.compare(0, prefix.size(), prefix) == 0;
+}
+
+// The address space now in use, in bytes.
+inline unsigned long addressSpaceInUse() {
+  unsigned long pages = 0;
+  FILE* statm = std::fopen("/proc/self/statm", "r");
+  if (statm != nullptr) {
+    if (std::fscanf(statm, "%lu", &pages) != 1) pages = 0;
+    std::fclose(statm);
+  }
+  return pages * static_cast<unsigned long>(sysconf(_SC_PAGESIZE));
+}
+
+// Runs body in a forked child whose address space may grow by only a few
+// MiB, so that a 16 MiB mapping fails; body lifts the cap with
+// liftAddressSpaceCap when it wants the next mapping to succeed. Returns the
+// child's exit status: body returns 0 for success, or the number of the
+// failed check.
+inline int runWithCappedAddressSpace(const std::function<int()>& body) {
+  std::fflush(nullptr);
+  const pid_t child = fork();
+  if (child == 0) {
+    rlimit limit{};
+    getrlimit(RLIMIT_AS, &limit);
+    limit.rlim_cur = addressSpaceInUse() + 8UL * 1024 * 1024;
+    if (setrlimit(RLIMIT_AS, &limit) != 0) _exit(100);
+    int result = 101;
+    try {
+      result = body();
+    } catch (...) {
+      result = 102;
+    }
+    _exit(result);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 200 + WTERMSIG(status);
+}
+
+inline void liftAddressSpaceCap() {
+  rlimit limit{};
+  getrlimit(RLIMIT_AS, &limit);
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_AS, &limit);
+}
+
+// Counts the objects on an intrusive free list.
+inline unsigned long listLength(void* head) {
+  unsigned long count = 0;
+  while (head != nullptr) {
+    void* next;
+    std::memcpy(&next, head, sizeof next);
+    head = next;
+    ++count;
+  }
+  return count;
+}
+
+}  // namespace memtest
+
+#endif
