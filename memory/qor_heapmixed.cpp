@@ -39,71 +39,101 @@ qorHeapMixed::~qorHeapMixed() {
   m_GeneralHeap->Dealloc2(m_SmallObjs, m_SmallObjsBytes);
 }
 
-void* qorHeapMixed::Alloc(unsigned long size) {
-  if (size <= m_MaxSmallSize) return AllocSmall(size);
-  return m_GeneralHeap->Alloc(size);
+// The small-object paths are written once, here, and used both by the
+// virtual operations and by the named steps, so that a request costs one
+// virtual call and no further call through the symbol table.
+namespace {
+
+using Info = qorHeapMixed::SmallObjInfo;
+
+void insert(Info* info, void* p) {
+  qor_internal::writeLink(p, info->freeList);
+  info->freeList = p;
 }
 
-void* qorHeapMixed::AllocSmall(unsigned long size) {
-  if (size < kSmallestSize) {
-    // Without a record of 8 the table holds no list: pass through.
-    if (m_MaxSmallSize < kSmallestSize) return m_GeneralHeap->Alloc(size);
-    size = kSmallestSize;
+// The rare half of a small request: the size's first object, or a refill.
+__attribute__((noinline)) void* allocSmallSlow(qorHeapMixed* heap, Info* info, unsigned long size) {
+  if (!info->inUse) {
+    void* p = heap->m_GeneralHeap->Alloc(size);
+    if (p != nullptr) {
+      info->inUse = true;
+      info->firstObject = p;
+    }
+    return p;
   }
-  SmallObjInfo* info = &m_SmallObjs[size];
+  for (unsigned long i = 0; i < heap->m_RefillCount; ++i) {
+    void* q = heap->m_SmallObjHeap->Alloc(size);
+    if (q == nullptr) break;  // keep what was fetched; the heap has no more
+    insert(info, q);
+  }
   void* p = info->freeList;
-  if (__builtin_expect(p == nullptr, 0)) {
-    if (!info->inUse) {
-      p = m_GeneralHeap->Alloc(size);
-      if (p != nullptr) {
-        info->inUse = true;
-        info->firstObject = p;
-      }
-      return p;
-    }
-    for (unsigned long i = 0; i < m_RefillCount; ++i) {
-      void* q = m_SmallObjHeap->Alloc(size);
-      if (q == nullptr) break;
-      FreeListInsert(info, q);
-    }
-    p = info->freeList;
-    if (p == nullptr) return nullptr;
-  }
+  if (p == nullptr) return nullptr;
   info->freeList = qor_internal::readLink(p);
   qor_internal::writeLink(p, nullptr);
   return p;
 }
 
+// Invariant: size <= heap->m_MaxSmallSize.
+inline void* allocSmall(qorHeapMixed* heap, unsigned long size) {
+  if (__builtin_expect(size < kSmallestSize, 0)) {
+    // Without a record of 8 the table holds no list: pass through.
+    if (heap->m_MaxSmallSize < kSmallestSize) return heap->m_GeneralHeap->Alloc(size);
+    size = kSmallestSize;
+  }
+  Info* info = &heap->m_SmallObjs[size];
+  void* p = info->freeList;
+  if (__builtin_expect(p == nullptr, 0)) return allocSmallSlow(heap, info, size);
+  info->freeList = qor_internal::readLink(p);
+  qor_internal::writeLink(p, nullptr);
+  return p;
+}
+
+// Invariant: p is not null and size <= heap->m_MaxSmallSize.
+inline void deallocSmall(qorHeapMixed* heap, void* p, unsigned long size) {
+  if (__builtin_expect(size < kSmallestSize, 0)) {
+    if (heap->m_MaxSmallSize < kSmallestSize) {
+      heap->m_GeneralHeap->Dealloc2(p, size);
+      return;
+    }
+    size = kSmallestSize;
+  }
+  Info* info = &heap->m_SmallObjs[size];
+  if (__builtin_expect(p == info->firstObject, 0)) {
+    info->firstObject = nullptr;
+    heap->m_GeneralHeap->Dealloc2(p, size);
+    return;
+  }
+  insert(info, p);
+}
+
+}  // namespace
+
+void* qorHeapMixed::Alloc(unsigned long size) {
+  if (size <= m_MaxSmallSize) return allocSmall(this, size);
+  return m_GeneralHeap->Alloc(size);
+}
+
+// Called directly with a size beyond the table, it behaves as Alloc.
+void* qorHeapMixed::AllocSmall(unsigned long size) {
+  if (size > m_MaxSmallSize) return m_GeneralHeap->Alloc(size);
+  return allocSmall(this, size);
+}
+
 void qorHeapMixed::FreeListInsert(SmallObjInfo* info, void* p) {
-  qor_internal::writeLink(p, info->freeList);
-  info->freeList = p;
+  if (info != nullptr && p != nullptr) insert(info, p);
 }
 
 void qorHeapMixed::Dealloc2(void* p, unsigned long size) {
   if (p == nullptr) return;
   if (size <= m_MaxSmallSize) {
-    DeallocSmall(p, size);
+    deallocSmall(this, p, size);
   } else {
     m_GeneralHeap->Dealloc2(p, size);
   }
 }
 
-void qorHeapMixed::DeallocSmall(void* p, unsigned long size) {
-  if (size < kSmallestSize) {
-    if (m_MaxSmallSize < kSmallestSize) {
-      m_GeneralHeap->Dealloc2(p, size);
-      return;
-    }
-    size = kSmallestSize;
-  }
-  SmallObjInfo* info = &m_SmallObjs[size];
-  if (__builtin_expect(p == info->firstObject, 0)) {
-    info->firstObject = nullptr;
-    m_GeneralHeap->Dealloc2(p, size);
-    return;
-  }
-  FreeListInsert(info, p);
-}
+// Called directly, it behaves as Dealloc2.
+void qorHeapMixed::DeallocSmall(void* p, unsigned long size) { Dealloc2(p, size); }
 
 void qorHeapMixed::DeallocCachedObjects() {
   for (unsigned long k = 0; k <= m_MaxSmallSize; ++k) {

@@ -51,6 +51,11 @@ class QOR_API qorHeapMixed : public qorHeapIntf {
   // Minimize on the general heap and on the small-object heap.
   void Minimize() override;
 
+  // The working steps, public for callers that route sizes themselves.
+  // AllocSmall and DeallocSmall pass a size beyond maxSmallSize to the
+  // general heap, as Alloc and Dealloc2 do; FreeListInsert puts p at the head
+  // of info's list and ignores a null p; DeallocCachedObjects gives every
+  // cached object back to the small-object heap with its record's size.
   void* AllocSmall(unsigned long size);
   void DeallocSmall(void* p, unsigned long size);
   void FreeListInsert(SmallObjInfo* info, void* p);

@@ -314,6 +314,27 @@ TEST(qorHeapMixed, HeapsThatGiveNoMemoryYieldNull) {
   EXPECT_NE(raisedText([&] { qorHeapMixed heap(&m.general, &m.small, ~0UL, 1, false); }), "<no exception>");
 }
 
+// Catches the public working steps indexing past the table when called
+// directly with a size the table does not cover, or pushing a null.
+TEST(qorHeapMixed, WorkingStepsCalledDirectlyStayInsideTheTable) {
+  Mixed m(16, 2);
+  void* big = m.heap->AllocSmall(17);
+  EXPECT_EQ(m.general.take(), (Calls{"general.Alloc 17 -> #2"}));
+  m.heap->DeallocSmall(big, 17);
+  EXPECT_EQ(m.general.take(), (Calls{"general.Dealloc2 #2 17"}));
+  m.heap->DeallocSmall(nullptr, 8);
+  m.heap->FreeListInsert(&m.heap->m_SmallObjs[8], nullptr);
+  EXPECT_EQ(m.heap->m_SmallObjs[8].freeList, nullptr);
+  void* p = m.heap->AllocSmall(8);
+  EXPECT_EQ(m.general.take(), (Calls{"general.Alloc 8 -> #3"}));
+  int word[2] = {};
+  m.heap->FreeListInsert(&m.heap->m_SmallObjs[8], word);
+  EXPECT_EQ(m.heap->AllocSmall(8), static_cast<void*>(word));
+  m.heap->DeallocSmall(p, 8);
+  EXPECT_EQ(m.general.take(), (Calls{"general.Dealloc2 #3 8"}));
+  EXPECT_TRUE(m.small.take().empty());
+}
+
 class qorHeapMixedOverCSO : public ::memtest::PageAllocFixture {};
 
 // Catches blocks handed out twice or overlapping in a realistic stack: a
