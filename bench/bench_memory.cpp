@@ -229,12 +229,12 @@ class RatioReporter : public benchmark::ConsoleReporter {
       auto pairs = run.counters.find("pairs");
       if (pairs == run.counters.end() || run.run_type != Run::RT_Iteration) continue;
       // CPU time per pair: the machine is shared, and wall time counts the
-      // time a busy neighbour holds the processor. With threads, the adjusted
-      // CPU time is the CPU time of all threads over the iterations of all
-      // threads, which is one thread's time per pair; the wall-clock figure
-      // per thread (wall time over one thread's iterations) is kept too, as
-      // it includes the time a thread sleeps waiting for a lock.
-      const double ns = run.GetAdjustedCPUTime() / pairs->second.value;
+      // time a busy neighbour holds the processor. With threads, the library
+      // divides one thread's time by the iterations of all threads, so one
+      // thread's time per pair is that times the threads. The wall-clock
+      // figure per thread is kept too: it includes the time a thread sleeps
+      // waiting for a lock.
+      const double ns = run.GetAdjustedCPUTime() * static_cast<double>(run.threads) / pairs->second.value;
       const double wall = run.GetAdjustedRealTime() * static_cast<double>(run.threads) / pairs->second.value;
       run.counters["ns_per_pair"] = benchmark::Counter(ns);
       run.counters["wall_ns_per_pair"] = benchmark::Counter(wall);

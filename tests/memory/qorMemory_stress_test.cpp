@@ -19,7 +19,7 @@
 
 namespace {
 
-constexpr int kRounds = 300;
+constexpr int kRounds = 800;
 constexpr int kBatch = 64;
 
 // Stamps the first word of an object of size bytes (at least 8), and the
