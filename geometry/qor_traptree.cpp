@@ -108,27 +108,13 @@ qorInt32 threadIntoSingle(qorInt32 t, qorInt32 tn, bool useDown0, bool triangle,
 
 qorInt32 qorTrapLimit() { return tr_idx; }
 
-qorInt32 _greater_than(point_t* a, point_t* b) {
-  if (a->y > b->y + EPSILON) return 1;
-  if (a->y < b->y - EPSILON) return 0;
-  return a->x > b->x;
-}
+qorInt32 _greater_than(point_t* a, point_t* b) { return qorGreaterThan(a, b); }
 
-qorInt32 _greater_than_equal_to(point_t* a, point_t* b) {
-  if (a->y > b->y + EPSILON) return 1;
-  if (a->y < b->y - EPSILON) return 0;
-  return a->x >= b->x;
-}
+qorInt32 _greater_than_equal_to(point_t* a, point_t* b) { return qorGreaterThanEqualTo(a, b); }
 
-qorInt32 _less_than(point_t* a, point_t* b) {
-  if (a->y < b->y - EPSILON) return 1;
-  if (a->y > b->y + EPSILON) return 0;
-  return a->x < b->x;
-}
+qorInt32 _less_than(point_t* a, point_t* b) { return qorLessThan(a, b); }
 
-qorInt32 _equal_to(point_t* a, point_t* b) {
-  return std::fabs(a->y - b->y) <= EPSILON && std::fabs(a->x - b->x) <= EPSILON;
-}
+qorInt32 _equal_to(point_t* a, point_t* b) { return qorEqualTo(a, b); }
 
 qorInt32 _max(point_t* out, point_t* a, point_t* b) {
   if (a->y > b->y + EPSILON || (std::fabs(a->y - b->y) <= EPSILON && a->x > b->x + EPSILON))
@@ -250,7 +236,7 @@ qorInt32 is_left_of(qorInt32 segment, point_t* p) {
   if (std::fabs(s->start.y - p->y) <= EPSILON) return p->x < s->start.x;
   point_t a = s->start;
   point_t b = s->end;
-  const bool upward = _greater_than(&b, &a);
+  const bool upward = qorGreaterThan(&b, &a);
   const point_t& lo = upward ? s->start : s->end;
   const point_t& up = upward ? s->end : s->start;
   const double area = (up.x - lo.x) * (p->y - lo.y) - (up.y - lo.y) * (p->x - lo.x);
@@ -274,17 +260,17 @@ qorInt32 locate_endpoint(point_t* p, point_t* other, qorInt32 root) {
       case NODE_SINK:
         return node->trap_index;
       case NODE_Y:
-        if (_greater_than(p, &node->y_key))
+        if (qorGreaterThan(p, &node->y_key))
           r = node->right;
-        else if (_equal_to(p, &node->y_key))
-          r = _greater_than(other, &node->y_key) ? node->right : node->left;
+        else if (qorEqualTo(p, &node->y_key))
+          r = qorGreaterThan(other, &node->y_key) ? node->right : node->left;
         else
           r = node->left;
         break;
       case NODE_X: {
         const qorInt32 k = node->seg_index;
         if (k <= 0 || k >= SEGSIZE) qorThrow("locate_endpoint: Internal error", kUnit, __LINE__);
-        if (_equal_to(p, &seg[k].start) || _equal_to(p, &seg[k].end)) {
+        if (qorEqualTo(p, &seg[k].start) || qorEqualTo(p, &seg[k].end)) {
           if (std::fabs(p->y - other->y) <= EPSILON)  // a horizontal segment
             r = other->x < p->x ? node->left : node->right;
           else
@@ -305,7 +291,7 @@ qorInt32 add_segment(qorInt32 segment) {
   if (segment <= 0 || segment >= SEGSIZE) insertionFailed(__LINE__);
   segment_t s = seg[segment];
   bool swapped = false;
-  if (_greater_than(&s.end, &s.start)) {
+  if (qorGreaterThan(&s.end, &s.start)) {
     const point_t p = s.start;
     s.start = s.end;
     s.end = p;
@@ -339,7 +325,7 @@ qorInt32 add_segment(qorInt32 segment) {
   qorInt32 firstRight = 0;
   qorInt32 lastRight = 0;
   qorInt32 t = first;
-  while (t > 0 && _greater_than_equal_to(&tr[t].bottom, &tr[last].bottom)) {
+  while (t > 0 && qorGreaterThanEqualTo(&tr[t].bottom, &tr[last].bottom)) {
     if (t >= tr_idx) insertionFailed(__LINE__);
     const qorInt32 sk = tr[t].sink;
     const qorInt32 i1 = newnode();
@@ -357,7 +343,7 @@ qorInt32 add_segment(qorInt32 segment) {
     qs[i2].trap_index = tn;
 
     if (t == first) firstRight = tn;
-    if (_equal_to(&tr[t].bottom, &tr[last].bottom)) lastRight = tn;
+    if (qorEqualTo(&tr[t].bottom, &tr[last].bottom)) lastRight = tn;
 
     tr[tn] = tr[t];
     tr[t].sink = i1;
@@ -429,7 +415,7 @@ qorInt32 add_segment(qorInt32 segment) {
         point_t q;
         q.y = T.bottom.y;
         q.x = s.start.x + (q.y - s.start.y) / (s.end.y - s.start.y) * (s.end.x - s.start.x);
-        intoDown0 = _less_than(&q, &T.bottom);
+        intoDown0 = qorLessThan(&q, &T.bottom);
       }
       if (triangle) {
         tr[d0].up0 = t;
@@ -473,7 +459,7 @@ qorInt32 merge_trapezoids(qorInt32 segment, qorInt32 first, qorInt32 last, qorIn
   qorInt32 t = first;
   // Every pass either marks a trapezoid merged or moves down to another one,
   // so a sound map needs fewer passes than there are trapezoids.
-  for (qorInt32 passes = 0; t > 0 && _greater_than_equal_to(&tr[t].bottom, &tr[last].bottom); ++passes) {
+  for (qorInt32 passes = 0; t > 0 && qorGreaterThanEqualTo(&tr[t].bottom, &tr[last].bottom); ++passes) {
     if (t >= tr_idx || passes > 2 * TRAPSIZE) qorThrow("merge_trapezoids: internal error", kUnit, __LINE__);
     trap_t& T = tr[t];
     qorInt32 n = T.down0;

@@ -2,11 +2,38 @@
 #ifndef QOR_TRAPTREE_INTERNAL_H
 #define QOR_TRAPTREE_INTERNAL_H
 
+#include <cmath>
+
 #include "qor_base2.h"
 #include "qor_export.h"
+#include "qor_traptree.h"
 
 // One past the last trapezoid issued since the map was last reset; every
 // trapezoid at or beyond it is zero.
 QOR_HIDDEN qorInt32 qorTrapLimit();
+
+// The point comparisons, inline for the library's own hot loops (the exported
+// _greater_than and its kin are calls through the PLT).
+inline qorInt32 qorGreaterThan(const point_t* a, const point_t* b) {
+  if (a->y > b->y + EPSILON) return 1;
+  if (a->y < b->y - EPSILON) return 0;
+  return a->x > b->x;
+}
+
+inline qorInt32 qorGreaterThanEqualTo(const point_t* a, const point_t* b) {
+  if (a->y > b->y + EPSILON) return 1;
+  if (a->y < b->y - EPSILON) return 0;
+  return a->x >= b->x;
+}
+
+inline qorInt32 qorLessThan(const point_t* a, const point_t* b) {
+  if (a->y < b->y - EPSILON) return 1;
+  if (a->y > b->y + EPSILON) return 0;
+  return a->x < b->x;
+}
+
+inline qorInt32 qorEqualTo(const point_t* a, const point_t* b) {
+  return std::fabs(a->y - b->y) <= EPSILON && std::fabs(a->x - b->x) <= EPSILON;
+}
 
 #endif

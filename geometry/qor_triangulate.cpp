@@ -160,7 +160,7 @@ class Walker {
       }
     } else if (U == 2) {  // D == 1
       const qorInt32 ls = checkedSeg(T->left_seg, __LINE__);
-      if (_equal_to(&T->bottom, &seg[ls].end)) {
+      if (qorEqualTo(&T->bottom, &seg[ls].end)) {
         const qorInt32 a = checkedSeg(tr[up0].right_seg, __LINE__), b = endVertex(ls, __LINE__);
         if (dir == FROM_UP && from == up0) {
           const qorInt32 m = make_new_monotone_poly(poly, b, a);
@@ -181,7 +181,7 @@ class Walker {
       }
     } else if (D == 2) {  // U == 1
       const qorInt32 ls = checkedSeg(T->left_seg, __LINE__);
-      if (_equal_to(&T->top, &seg[ls].start)) {
+      if (qorEqualTo(&T->top, &seg[ls].start)) {
         const qorInt32 a = checkedSeg(tr[down1].left_seg, __LINE__), b = ls;
         if (!(dir == FROM_DOWN && from == down0)) {
           const qorInt32 m = make_new_monotone_poly(poly, b, a);
@@ -203,10 +203,10 @@ class Walker {
     } else {  // U == 1, D == 1
       const qorInt32 ls = checkedSeg(T->left_seg, __LINE__), rs = checkedSeg(T->right_seg, __LINE__);
       qorInt32 a = 0, b = 0;
-      if (_equal_to(&T->top, &seg[ls].start) && _equal_to(&T->bottom, &seg[rs].start)) {
+      if (qorEqualTo(&T->top, &seg[ls].start) && qorEqualTo(&T->bottom, &seg[rs].start)) {
         a = rs;
         b = ls;
-      } else if (_equal_to(&T->top, &seg[rs].end) && _equal_to(&T->bottom, &seg[ls].end)) {
+      } else if (qorEqualTo(&T->top, &seg[rs].end) && qorEqualTo(&T->bottom, &seg[ls].end)) {
         a = endVertex(rs, __LINE__);
         b = endVertex(ls, __LINE__);
       }
@@ -324,7 +324,7 @@ qorInt32 inside_polygon(trap_t* t) {
   if (t->state == TRAP_MERGED) return 0;
   if (t->left_seg <= 0 || rseg <= 0 || rseg >= SEGSIZE) return 0;
   if ((t->up0 <= 0 && t->up1 <= 0) || (t->down0 <= 0 && t->down1 <= 0))
-    return _greater_than(&seg[rseg].end, &seg[rseg].start);
+    return qorGreaterThan(&seg[rseg].end, &seg[rseg].start);
   return 0;
 }
 
@@ -561,11 +561,11 @@ qorInt32 triangulate_monotone_polygons(qorInt32 nvert, qorInt32 npolys, qorInt32
       }
       mchain[p].marked = 1;
       if (v <= 0 || v >= SEGSIZE) walkFailed(__LINE__);
-      if (_greater_than(&vert[v].pt, &high)) {
+      if (qorGreaterThan(&vert[v].pt, &high)) {
         high = vert[v].pt;
         top_pos = p;
       }
-      if (_less_than(&vert[v].pt, &low)) low = vert[v].pt;
+      if (qorLessThan(&vert[v].pt, &low)) low = vert[v].pt;
       p = chainAt(mchain[p].next);
       ++count;
     }
@@ -575,7 +575,7 @@ qorInt32 triangulate_monotone_polygons(qorInt32 nvert, qorInt32 npolys, qorInt32
       emit(triangles, mchain[p].vertex, mchain[chainAt(mchain[p].next)].vertex, mchain[chainAt(mchain[p].prev)].vertex);
     } else {
       const qorInt32 after = mchain[chainAt(mchain[top_pos].next)].vertex;
-      if (after > 0 && after < SEGSIZE && _equal_to(&vert[after].pt, &low))
+      if (after > 0 && after < SEGSIZE && qorEqualTo(&vert[after].pt, &low))
         triangulate_single_polygon(nvert, top_pos, SINGLE_LEFT, triangles);
       else
         triangulate_single_polygon(nvert, top_pos, SINGLE_RIGHT, triangles);
@@ -672,7 +672,7 @@ qorInt32 is_point_inside_polygon(double* point) {
   if (t <= 0 || t >= TRAPSIZE) return 0;
   const trap_t& trap = tr[t];
   if (trap.state == TRAP_MERGED || trap.left_seg <= 0 || trap.right_seg <= 0 || trap.right_seg >= SEGSIZE) return 0;
-  return _greater_than_equal_to(&seg[trap.right_seg].end, &seg[trap.right_seg].start);
+  return qorGreaterThanEqualTo(&seg[trap.right_seg].end, &seg[trap.right_seg].start);
 }
 
 qorInt32 triangulate_last_count() {
