@@ -453,3 +453,89 @@ TEST(qorStreamReader, MixedReadsMatchModel) {
     EXPECT_EQ(r.readLine(false), nullptr);
   }
 }
+
+namespace {
+
+// readLine(bool) byte by byte: the count from 1 raises on reaching 65536, and
+// the stored text with its terminator must fit 65536 bytes. "!" stands for a
+// raise; reading goes on after the byte that raised.
+std::vector<std::string> modelStaticLines(const std::string& data, bool expand) {
+  std::vector<std::string> out;
+  size_t pos = 0;
+  while (pos < data.size()) {
+    std::string line;
+    size_t count = 1;
+    bool done = false;
+    while (pos < data.size()) {
+      const char c = data[pos++];
+      if (c == '\n') {
+        out.push_back(line);
+        done = true;
+        break;
+      }
+      if (++count == 65536) {
+        out.push_back("!");
+        done = true;
+        break;
+      }
+      const size_t grows = c == '\r' ? 0 : (c == '\t' && expand) ? 4 : 1;
+      if (line.size() + grows > 65535) {
+        out.push_back("!");
+        done = true;
+        break;
+      }
+      if (c == '\t' && expand) {
+        line += "    ";
+      } else if (c != '\r') {
+        line.push_back(c);
+      }
+    }
+    if (!done) break;  // an unterminated last line is not delivered
+  }
+  return out;
+}
+
+}  // namespace
+
+// Catches: the limits of the static line buffer checked at the wrong byte, or
+// the reading position after a refused line left in the wrong place, with
+// lines near the limit crossing buffer boundaries and holding CRs and tabs.
+TEST(qorStreamReader, StaticLineLimitsMatchModel) {
+  for (unsigned seed = 1; seed <= 4; ++seed) {
+    std::mt19937 rng(seed);
+    std::string data;
+    while (data.size() < 600000) {
+      const size_t length = rng() % 3 == 0 ? rng() % 100 : 65530 + rng() % 12;
+      const unsigned tabRate = rng() % 3 == 0 ? 2 : 1000;
+      for (size_t i = 0; i < length; ++i) {
+        const unsigned r = rng() % tabRate;
+        data.push_back(r == 0 ? '\t' : rng() % 500 == 0 ? '\r' : static_cast<char>('a' + rng() % 26));
+      }
+      data.push_back('\n');
+    }
+    Fixture f(data, seed % 2 ? kPlain : kGzip);
+    for (bool expand : {false, true}) {
+      SCOPED_TRACE(::testing::Message() << "seed " << seed << " expand " << expand);
+      const std::vector<std::string> expected = modelStaticLines(data, expand);
+      qorStreamReader r(f.path.c_str());
+      if (seed % 2 == 0) r.gunzip(true);
+      size_t i = 0;
+      for (;; ++i) {
+        std::string got;
+        try {
+          const char* line = r.readLine(expand);
+          if (line == nullptr) break;
+          got = line;
+        } catch (qorException* e) {
+          got = "!";
+          EXPECT_TRUE(startsWith(e->what(), "line > 64k chars in qorStreamReader::readLine"));
+          delete e;
+        }
+        ASSERT_LT(i, expected.size());
+        ASSERT_TRUE(got == expected[i]) << "line " << i << " got " << got.size() << " bytes, expected "
+                                        << expected[i].size();
+      }
+      EXPECT_EQ(i, expected.size());
+    }
+  }
+}

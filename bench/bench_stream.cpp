@@ -1,0 +1,321 @@
+// Stream reader and writer against the bare libraries they sit on.
+//
+// At start the program writes a text file of about 100 MB to /tmp (lines of
+// 0 to 200 bytes, some tabs, some CRLF line ends) and a gzip copy of it made
+// by zlib at the default level; both are removed at the end. Every benchmark
+// handles the whole file per iteration, and throughput is counted in
+// uncompressed bytes. The peers run in the same program:
+//   BM_Zlib_Inflate        bare inflate, 16 KiB in, 64 KiB out: the limit of a zlib reader
+//   BM_Zlib_Gzgets/0       zlib's own line reader, default buffers (/65536: 64 KiB buffers)
+//   BM_Libc_FreadMemchr    fread in 64 KiB blocks, memchr for the line ends
+//   BM_Zlib_Deflate        bare deflate at the default level, 16 KiB in, 64 KiB out, fwrite
+// At the end the ratios of our throughput to the peers' are printed, from the
+// best repetition of each.
+#include <benchmark/benchmark.h>
+#include <qor/qor_exception.h>
+#include <qor/qor_stream.h>
+#include <unistd.h>
+#include <zlib.h>
+
+#include <QString>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace {
+
+std::string g_TextPath;
+std::string g_GzipPath;
+std::string g_OutPath;
+std::string g_Text;  // the whole text, for the writers
+
+// Lines of 0 to 200 bytes: printable bytes, about one tab in 20 bytes, one
+// line in 8 ending in CR LF.
+std::string makeText(size_t bytes) {
+  std::string text;
+  text.reserve(bytes + 256);
+  unsigned long long x = 88172645463325252ull;
+  auto next = [&x] {
+    x ^= x << 13;
+    x ^= x >> 7;
+    x ^= x << 17;
+    return x;
+  };
+  while (text.size() < bytes) {
+    const unsigned long long r = next();
+    const int length = static_cast<int>(r % 201);
+    for (int i = 0; i < length; ++i) {
+      const unsigned long long c = next();
+      text.push_back(c % 20 == 0 ? '\t' : static_cast<char>(' ' + (c >> 8) % 95));
+    }
+    if ((r >> 16) % 8 == 0) text.push_back('\r');
+    text.push_back('\n');
+  }
+  return text;
+}
+
+void writeGzip(const std::string& text, const std::string& path) {
+  z_stream zs;
+  memset(&zs, 0, sizeof zs);
+  deflateInit2(&zs, Z_DEFAULT_COMPRESSION, Z_DEFLATED, 31, 8, Z_DEFAULT_STRATEGY);
+  FILE* f = fopen(path.c_str(), "wb");
+  std::vector<unsigned char> out(1 << 20);
+  zs.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(text.data()));
+  zs.avail_in = static_cast<uInt>(text.size());
+  int ret;
+  do {
+    zs.next_out = out.data();
+    zs.avail_out = static_cast<uInt>(out.size());
+    ret = deflate(&zs, Z_FINISH);
+    fwrite(out.data(), 1, out.size() - zs.avail_out, f);
+  } while (ret == Z_OK);
+  deflateEnd(&zs);
+  fclose(f);
+}
+
+void setBytes(benchmark::State& state) {
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(g_Text.size()));
+}
+
+// ---------------------------------------------------------------------------
+// Readers
+
+void BM_Zlib_Inflate(benchmark::State& state) {
+  std::vector<unsigned char> in(16384), out(65536);
+  for (auto _ : state) {
+    FILE* f = fopen(g_GzipPath.c_str(), "rb");
+    z_stream zs;
+    memset(&zs, 0, sizeof zs);
+    inflateInit2(&zs, 31);
+    size_t total = 0;
+    int ret = Z_OK;
+    while (ret != Z_STREAM_END) {
+      if (zs.avail_in == 0) {
+        zs.avail_in = static_cast<uInt>(fread(in.data(), 1, in.size(), f));
+        zs.next_in = in.data();
+        if (zs.avail_in == 0) break;
+      }
+      zs.next_out = out.data();
+      zs.avail_out = static_cast<uInt>(out.size());
+      ret = inflate(&zs, Z_SYNC_FLUSH);
+      if (ret < 0 && ret != Z_BUF_ERROR) break;
+      total += out.size() - zs.avail_out;
+      benchmark::DoNotOptimize(out.data());
+    }
+    inflateEnd(&zs);
+    fclose(f);
+    if (total != g_Text.size()) state.SkipWithError("inflate lost bytes");
+  }
+  setBytes(state);
+}
+
+// zlib's line reader as it comes (8 KiB buffers), and with 64 KiB buffers,
+// which the reader's fixed 16 KiB input and 64 KiB output cannot match.
+void BM_Zlib_Gzgets(benchmark::State& state) {
+  std::vector<char> line(65536);
+  for (auto _ : state) {
+    gzFile gz = gzopen(g_GzipPath.c_str(), "rb");
+    if (state.range(0) != 0) gzbuffer(gz, static_cast<unsigned>(state.range(0)));
+    size_t lines = 0;
+    while (gzgets(gz, line.data(), static_cast<int>(line.size())) != nullptr) ++lines;
+    gzclose(gz);
+    benchmark::DoNotOptimize(lines);
+  }
+  setBytes(state);
+}
+
+void BM_qorStreamReader_GzipReadLineString(benchmark::State& state) {
+  for (auto _ : state) {
+    qorStreamReader r(g_GzipPath.c_str());
+    r.gunzip(true);
+    std::string s;
+    size_t bytes = 0;
+    while (r.readLine(s, false)) bytes += s.size();
+    benchmark::DoNotOptimize(bytes);
+  }
+  setBytes(state);
+}
+
+void BM_Libc_FreadMemchr(benchmark::State& state) {
+  std::vector<char> buf(65536);
+  for (auto _ : state) {
+    FILE* f = fopen(g_TextPath.c_str(), "rb");
+    size_t lines = 0, got;
+    while ((got = fread(buf.data(), 1, buf.size(), f)) > 0) {
+      const char* p = buf.data();
+      const char* end = p + got;
+      while (const char* q = static_cast<const char*>(memchr(p, '\n', static_cast<size_t>(end - p)))) {
+        ++lines;
+        p = q + 1;
+      }
+    }
+    fclose(f);
+    benchmark::DoNotOptimize(lines);
+  }
+  setBytes(state);
+}
+
+void BM_qorStreamReader_PlainReadLineString(benchmark::State& state) {
+  for (auto _ : state) {
+    qorStreamReader r(g_TextPath.c_str());
+    std::string s;
+    size_t bytes = 0;
+    while (r.readLine(s, false)) bytes += s.size();
+    benchmark::DoNotOptimize(bytes);
+  }
+  setBytes(state);
+}
+
+void BM_qorStreamReader_PlainReadLineStatic(benchmark::State& state) {
+  for (auto _ : state) {
+    qorStreamReader r(g_TextPath.c_str());
+    size_t lines = 0;
+    while (const char* line = r.readLine(false)) {
+      benchmark::DoNotOptimize(line);
+      ++lines;
+    }
+    benchmark::DoNotOptimize(lines);
+  }
+  setBytes(state);
+}
+
+void BM_qorStreamReader_PlainReadLineQString(benchmark::State& state) {
+  for (auto _ : state) {
+    qorStreamReader r(g_TextPath.c_str());
+    QString s;
+    size_t units = 0;
+    while (r.readLine(s, true)) units += static_cast<size_t>(s.size());
+    benchmark::DoNotOptimize(units);
+  }
+  setBytes(state);
+}
+
+// ---------------------------------------------------------------------------
+// Writers
+
+void BM_Zlib_Deflate(benchmark::State& state) {
+  std::vector<unsigned char> out(65536);
+  for (auto _ : state) {
+    FILE* f = fopen(g_OutPath.c_str(), "wb");
+    z_stream zs;
+    memset(&zs, 0, sizeof zs);
+    deflateInit2(&zs, Z_DEFAULT_COMPRESSION, Z_DEFLATED, 31, 8, Z_DEFAULT_STRATEGY);
+    size_t pos = 0;
+    int flush = Z_NO_FLUSH;
+    while (flush != Z_FINISH) {
+      const size_t n = g_Text.size() - pos < 16384 ? g_Text.size() - pos : 16384;
+      zs.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(g_Text.data() + pos));
+      zs.avail_in = static_cast<uInt>(n);
+      pos += n;
+      flush = pos == g_Text.size() ? Z_FINISH : Z_NO_FLUSH;
+      do {
+        zs.next_out = out.data();
+        zs.avail_out = static_cast<uInt>(out.size());
+        deflate(&zs, flush);
+        fwrite(out.data(), 1, out.size() - zs.avail_out, f);
+      } while (zs.avail_out == 0);
+    }
+    deflateEnd(&zs);
+    fclose(f);
+  }
+  setBytes(state);
+}
+
+void BM_qorStreamWriter_GzipWriteLines(benchmark::State& state) {
+  for (auto _ : state) {
+    qorStreamWriter w(g_OutPath.c_str(), 'w');
+    w.gzip(true);
+    char* p = &g_Text[0];
+    char* const end = p + g_Text.size();
+    while (p < end) {
+      char* q = static_cast<char*>(memchr(p, '\n', static_cast<size_t>(end - p)));
+      q = q == nullptr ? end : q + 1;
+      w.write(p, static_cast<int>(q - p));
+      p = q;
+    }
+  }
+  setBytes(state);
+}
+
+// The best (lowest) CPU time per iteration of every benchmark, by base name.
+class RatioReporter : public benchmark::ConsoleReporter {
+ public:
+  void ReportRuns(const std::vector<Run>& runs) override {
+    for (const Run& run : runs) {
+      if (run.run_type != Run::RT_Iteration || run.error_occurred) continue;
+      std::string name = run.benchmark_name();
+      name = name.substr(0, name.find("/iterations"));
+      const double t = run.GetAdjustedCPUTime();
+      auto it = m_Best.find(name);
+      if (it == m_Best.end() || t < it->second) m_Best[name] = t;
+    }
+    ConsoleReporter::ReportRuns(runs);
+  }
+  void printRatio(const char* ours, const char* peer, double target) {
+    auto a = m_Best.find(ours), b = m_Best.find(peer);
+    if (a == m_Best.end() || b == m_Best.end()) return;
+    const double ratio = b->second / a->second;
+    if (target <= 0) {
+      printf("%-40s / %-22s = %.3fx  (for information)\n", ours, peer, ratio);
+    } else {
+      printf("%-40s / %-22s = %.3fx  (target >= %.2fx) %s\n", ours, peer, ratio, target,
+             ratio >= target ? "ok" : "MISSED");
+    }
+  }
+
+ private:
+  std::map<std::string, double> m_Best;
+};
+
+}  // namespace
+
+BENCHMARK(BM_Zlib_Inflate)->Unit(benchmark::kMillisecond)->Repetitions(3)->Iterations(2);
+BENCHMARK(BM_qorStreamReader_GzipReadLineString)->Unit(benchmark::kMillisecond)->Repetitions(3)->Iterations(2);
+BENCHMARK(BM_Zlib_Gzgets)->Arg(0)->Arg(65536)->Unit(benchmark::kMillisecond)->Repetitions(3)->Iterations(2);
+BENCHMARK(BM_Libc_FreadMemchr)->Unit(benchmark::kMillisecond)->Repetitions(3)->Iterations(4);
+BENCHMARK(BM_qorStreamReader_PlainReadLineString)->Unit(benchmark::kMillisecond)->Repetitions(3)->Iterations(4);
+BENCHMARK(BM_qorStreamReader_PlainReadLineStatic)->Unit(benchmark::kMillisecond)->Repetitions(3)->Iterations(4);
+BENCHMARK(BM_qorStreamReader_PlainReadLineQString)->Unit(benchmark::kMillisecond)->Repetitions(3)->Iterations(2);
+BENCHMARK(BM_Zlib_Deflate)->Unit(benchmark::kMillisecond)->Repetitions(3)->Iterations(1);
+BENCHMARK(BM_qorStreamWriter_GzipWriteLines)->Unit(benchmark::kMillisecond)->Repetitions(3)->Iterations(1);
+
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  const std::string stem = "/tmp/qor_bench_stream_" + std::to_string(getpid());
+  g_TextPath = stem + ".txt";
+  g_GzipPath = stem + ".txt.gz";
+  g_OutPath = stem + ".out.gz";
+  g_Text = makeText(100u << 20);
+  FILE* f = fopen(g_TextPath.c_str(), "wb");
+  if (f == nullptr || fwrite(g_Text.data(), 1, g_Text.size(), f) != g_Text.size()) {
+    fprintf(stderr, "cannot write %s\n", g_TextPath.c_str());
+    return 1;
+  }
+  fclose(f);
+  writeGzip(g_Text, g_GzipPath);
+  printf("data: %zu bytes of text in %s, gzip copy in %s\n", g_Text.size(), g_TextPath.c_str(), g_GzipPath.c_str());
+
+  RatioReporter reporter;
+  try {
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+  } catch (qorException* e) {
+    fprintf(stderr, "%s", e->what());
+    delete e;
+  }
+  printf("\nThroughput ratios (uncompressed bytes, best repetition, CPU time):\n");
+  reporter.printRatio("BM_qorStreamReader_GzipReadLineString", "BM_Zlib_Inflate", 0.9);
+  reporter.printRatio("BM_qorStreamReader_GzipReadLineString", "BM_Zlib_Gzgets/0", 1.0);
+  reporter.printRatio("BM_qorStreamReader_GzipReadLineString", "BM_Zlib_Gzgets/65536", 0.0);
+  reporter.printRatio("BM_qorStreamReader_PlainReadLineString", "BM_Libc_FreadMemchr", 0.5);
+  reporter.printRatio("BM_qorStreamReader_PlainReadLineStatic", "BM_Libc_FreadMemchr", 0.5);
+  reporter.printRatio("BM_qorStreamReader_PlainReadLineQString", "BM_Libc_FreadMemchr", 0.0);
+  reporter.printRatio("BM_qorStreamWriter_GzipWriteLines", "BM_Zlib_Deflate", 0.95);
+  unlink(g_TextPath.c_str());
+  unlink(g_GzipPath.c_str());
+  unlink(g_OutPath.c_str());
+  benchmark::Shutdown();
+  return 0;
+}
