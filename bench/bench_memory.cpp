@@ -194,7 +194,10 @@ void registerAll() {
 bool loadPeers(char** argv) {
   void* je = dlopen("libjemalloc.so.2", RTLD_NOW | RTLD_LOCAL);
   if (je == nullptr && std::strstr(dlerror(), "static TLS") != nullptr && getenv("QOR_BENCH_REEXEC") == nullptr) {
-    setenv("GLIBC_TUNABLES", "glibc.rtld.optional_static_tls=65536", 1);
+    const char* tunables = getenv("GLIBC_TUNABLES");
+    const std::string ours = "glibc.rtld.optional_static_tls=65536";
+    setenv("GLIBC_TUNABLES",
+           tunables != nullptr && *tunables != '\0' ? (std::string(tunables) + ":" + ours).c_str() : ours.c_str(), 1);
     setenv("QOR_BENCH_REEXEC", "1", 1);
     execv("/proc/self/exe", argv);
     return false;
