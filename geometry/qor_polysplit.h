@@ -33,16 +33,18 @@ class QOR_API PolySplitter {
   // line looked at from its first point towards its second. The
   // classification value d = (p.x - x1) * (y2 - y1) - (p.y - y1) * (x2 - x1)
   // is computed in double and rounded to float: On when d lies in
-  // [-0.1, 0.1] or is not a number, Left below, Right above. With integer
-  // points d is a whole number, so On means exactly on the line.
+  // [-0.1, 0.1] or is not a number, Left when d < -0.1 (the left-hand side),
+  // Right when d > 0.1. With integer points d is a whole number, so On means
+  // exactly on the line.
   enum class LineSide : int { On = 0, Left = 1, Right = 2 };
 
   // One element of a ring: the edge from Point to Next->Point.
   struct PolyEdge {
+    PolyEdge() = default;
     PolyEdge(const QPoint& point, LineSide side) : Point(point), Side(side) {}
 
     QPoint Point;
-    LineSide Side;
+    LineSide Side = LineSide::On;
     PolyEdge* Next = nullptr;
     PolyEdge* Prev = nullptr;
     // For on-line elements: the distance from the first on-line element in
