@@ -33,8 +33,8 @@ class QOR_API qorHeapMixed : public qorHeapIntf {
   };
 
   // Takes the table from generalHeap. A refillCount of 0 counts as 1. Raises
-  // a qorException* when the table's size does not fit 64 bits or the general
-  // heap returns no memory for it.
+  // a qorException* when either heap is null, when the table's size does not
+  // fit 64 bits, or when the general heap returns no memory for it.
   qorHeapMixed(qorHeapIntf* generalHeap, qorHeapIntf* smallObjHeap, unsigned long maxSmallSize,
                unsigned long refillCount, bool noFreeOnDestroy);
   // Unless noFreeOnDestroy, gives every cached object back to the small
