@@ -35,10 +35,9 @@ const size_t kLineCountLimit = 65536;
 const int kGzipWindowBits = 31;
 const int kRawWindowBits = -15;
 
-// Full buffers inside write() are compressed without a flush: the stream goes
-// on and deflate chooses its own block boundaries, as a one-shot deflate of
-// the same data would.
-const int kWriteFlush = Z_NO_FLUSH;
+// Full buffers inside write() are compressed with a sync flush: the stream
+// goes on, and everything emptied so far can be decoded from the file.
+const int kWriteFlush = Z_SYNC_FLUSH;
 
 // zlib's record together with the window bits it was started with, so that a
 // second switch-on can tell the formats apart. m_ZStream points at the first
