@@ -1,18 +1,33 @@
 #include "qor_traptree.h"
 
+#include <sys/mman.h>
+
 #include <cmath>
 #include <cstring>
 
 #include "qor_assert.h"
 #include "qor_traptree_internal.h"
 
-segment_t seg[SEGSIZE];
-trap_t tr[TRAPSIZE];
-node_t qs[NODESIZE];
+// Aligned to 2 MiB so that they can live in huge pages (see below).
+alignas(1 << 21) segment_t seg[SEGSIZE];
+alignas(1 << 21) trap_t tr[TRAPSIZE];
+alignas(1 << 21) node_t qs[NODESIZE];
 
 namespace {
 
 const char kUnit[] = "qor_traptree";
+
+// Insertion in random order touches the megabytes of tr and qs at random, so
+// a large triangulation spends much of its time in TLB misses; huge pages
+// cover the tables with a few entries. Only a hint: without transparent huge
+// pages nothing changes.
+struct HugePageHint {
+  HugePageHint() {
+    madvise(seg, sizeof(seg), MADV_HUGEPAGE);
+    madvise(tr, sizeof(tr), MADV_HUGEPAGE);
+    madvise(qs, sizeof(qs), MADV_HUGEPAGE);
+  }
+} hugePageHint;
 
 // Next trapezoid and node to issue. Invariant: the library writes only
 // entries below these counters, so every entry at or beyond them is zero and

@@ -1,5 +1,6 @@
 #include "qor_triangulate.h"
 
+#include <sys/mman.h>
 #include <sys/time.h>
 
 #include <QMutex>
@@ -41,8 +42,9 @@ QMutex triangulateMutex;
 qorInt32 permute[SEGSIZE];
 qorInt32 choose_idx = 1;
 
-vertex_t vert[SEGSIZE];
-chain_t mchain[kChainSize];
+// Aligned to 2 MiB for huge pages, like the map's tables.
+alignas(1 << 21) vertex_t vert[SEGSIZE];
+alignas(1 << 21) chain_t mchain[kChainSize];
 qorInt32 mon[SEGSIZE];
 qorInt32 visited[TRAPSIZE];
 qorInt32 mon_idx = 0;
@@ -73,7 +75,17 @@ struct Visit {
   qorInt32 from;
   qorInt32 dir;
 };
-Visit walkStack[4 * TRAPSIZE + 8];
+alignas(1 << 21) Visit walkStack[4 * TRAPSIZE + 8];
+
+// The walk and the chains are touched at random too; see the hint in
+// qor_traptree.
+struct HugePageHint {
+  HugePageHint() {
+    madvise(vert, sizeof(vert), MADV_HUGEPAGE);
+    madvise(mchain, sizeof(mchain), MADV_HUGEPAGE);
+    madvise(walkStack, sizeof(walkStack), MADV_HUGEPAGE);
+  }
+} hugePageHint;
 
 template <typename T>
 void clearUsed(T* table, qorInt32& used) {
@@ -603,20 +615,18 @@ qorInt32 triangulate(qorInt32 count, qorInt32* sizes, double (*points)[2], qorIn
   if (total == 0) qorThrow("triangulate: no vertex", kUnit, __LINE__);
   const qorInt32 n = static_cast<qorInt32>(total);
   double twiceArea = 0;
-  {
-    qorInt32 i = 1;
-    for (qorInt32 c = 0; c < count; ++c) {
-      const qorInt32 k = sizes[c];
-      if (k <= 0) continue;
-      for (qorInt32 j = 0; j < k; ++j) {
-        const double* a = points[i + j];
-        const double* b = points[i + (j + 1) % k];
-        if (!std::isfinite(a[0]) || !std::isfinite(a[1]))
-          qorThrow("triangulate: a coordinate is not a finite number", kUnit, __LINE__);
-        twiceArea += a[0] * b[1] - a[1] * b[0];
-      }
-      i += k;
+  for (qorInt32 c = 0, first = 1; c < count; ++c) {
+    const qorInt32 k = sizes[c];
+    if (k <= 0) continue;
+    const qorInt32 last = first + k - 1;
+    for (qorInt32 i = first; i <= last; ++i) {
+      const double* a = points[i];
+      const double* b = points[i == last ? first : i + 1];
+      if (!std::isfinite(a[0]) || !std::isfinite(a[1]))
+        qorThrow("triangulate: a coordinate is not a finite number", kUnit, __LINE__);
+      twiceArea += a[0] * b[1] - a[1] * b[0];
     }
+    first = last + 1;
   }
   if (!(twiceArea > 0))
     qorThrow(

@@ -7,6 +7,7 @@
 #include <cctype>
 #include <cstdlib>
 #include <fstream>
+#include <random>
 #include <set>
 #include <sstream>
 #include <string>
@@ -136,5 +137,40 @@ TEST(triangulateFixtures, DegeneratePolygonsNeverCrash) {
     }
   }
   EXPECT_GT(run, 40);
+  RecordProperty("raised", raisedCount);
+}
+
+// Random contours on a small integer grid: repeated points, collinear runs,
+// crossings and mixed orientations. Each input either triangulates or raises
+// a qorException*; none may crash, hang or write outside the arrays (ASan
+// checks the writes). Catches unchecked links that simple polygons never hit.
+TEST(triangulateFixtures, RandomGarbageNeverCrashes) {
+  std::mt19937_64 rng(20261123);
+  int raisedCount = 0;
+  for (int round = 0; round < 3000; ++round) {
+    const int contours = polygen::uniformInt(rng, 1, 4);
+    const int grid = polygen::uniformInt(rng, 2, 12);
+    polygen::Polygon p;
+    for (int c = 0; c < contours; ++c) {
+      p.contours.emplace_back();
+      const int k = polygen::uniformInt(rng, 3, 25);
+      for (int i = 0; i < k; ++i)
+        p.contours.back().push_back({static_cast<double>(polygen::uniformInt(rng, 0, grid)),
+                                     static_cast<double>(polygen::uniformInt(rng, 0, grid))});
+    }
+    polygen::Flat flat = polygen::flatten(p);
+    const int rows = p.vertexCount() + 2 * p.holeCount() - 2;
+    std::vector<std::array<qorInt32, 3>> out(static_cast<size_t>(rows));
+    try {
+      triangulate(static_cast<qorInt32>(flat.sizes.size()), flat.sizes.data(), flat.points(),
+                  reinterpret_cast<qorInt32(*)[3]>(out.data()));
+      ASSERT_LE(triangulate_last_count(), rows) << "round " << round;
+    } catch (qorException* e) {
+      const std::string text = e->what();
+      delete e;
+      ASSERT_NE(text.find("[file qor_"), std::string::npos) << "round " << round << ": " << text;
+      ++raisedCount;
+    }
+  }
   RecordProperty("raised", raisedCount);
 }
