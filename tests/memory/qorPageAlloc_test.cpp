@@ -211,7 +211,7 @@ TEST_F(qorPageAlloc, UninitializeReleasesEverythingAndKeepsCounting) {
 
 // Catches state that one Initialize/Uninitialize cycle leaks into the next.
 TEST_F(qorPageAlloc, SurvivesManyInitializeCycles) {
-  for (int cycle = 0; cycle < 20; ++cycle) {
+  for (int cycle = 0; cycle < 5; ++cycle) {
     void* page = Pages::Alloc();
     std::memset(page, cycle, Pages::GetPageSize());
     Pages::Dealloc(page);
