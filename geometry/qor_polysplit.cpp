@@ -423,9 +423,12 @@ std::vector<QPolygon> PolySplitter::Divide(const QPolygon& poly, int pieceSize) 
   std::vector<QPolygon> result;
   // Remainders still to divide; the back is the next one.
   std::vector<QPolygon> pending{poly};
-  // A generous cap on the breaks of one call; well-formed input stays far
-  // below it. When it is reached the remainders are kept as they are.
-  const int64_t maxBreaks = 64 * (static_cast<int64_t>(poly.size()) + 16);
+  // Caps that only malformed outlines reach: well-formed input needs about
+  // one break per piece and never has a remainder much larger than itself
+  // (each cut adds its two end points to it). A remainder that would pass a
+  // cap is kept as a final piece as it is, so no area is lost and the cost
+  // of a call stays bounded by the input's size.
+  const int64_t cap = 4 * static_cast<int64_t>(poly.size()) + 64;
   int64_t breaks = 0;
 
   while (!pending.empty()) {
@@ -434,7 +437,7 @@ std::vector<QPolygon> PolySplitter::Divide(const QPolygon& poly, int pieceSize) 
     int64_t restExtent = extent(rest);
     int stalled = 0;
     for (;;) {
-      if (breaks++ >= maxBreaks) break;
+      if (breaks++ >= cap || rest.size() > cap) break;
       std::vector<QPolygon> pieces = Break(rest, pieceSize);
       if (pieces.size() < 2) {
         for (QPolygon& piece : pieces) result.push_back(std::move(piece));

@@ -105,9 +105,11 @@ class QOR_API PolySplitter {
   // most pieceSize vertices (pieceSize > 0), or one whose first break gives
   // no cut, comes back as one piece.
   //
-  // Every call returns: if a remainder stops shrinking (its bounding box has
-  // not become smaller for several breaks in a row, which only malformed
-  // input can cause) it is kept as a final piece as it is.
+  // Every call returns, after at most 4 * n + 64 breaks for n input
+  // vertices. A remainder that stops shrinking (its bounding box not smaller
+  // after several breaks in a row), that grows past 4 * n + 64 vertices, or
+  // that is left when the breaks run out is kept as a final piece as it is;
+  // only malformed input gets there.
   std::vector<QPolygon> Divide(const QPolygon& poly, int pieceSize);
 
   // The steps of Split, in order. They are public for inspection and tests;
