@@ -264,42 +264,55 @@ qorInt32 inserted(qorInt32 segment, qorInt32 which) {
   return seg[neighbour].in_tree;
 }
 
+namespace {
+
+[[noreturn]] void locateFailed(unsigned long line) { qorThrow("locate_endpoint: Internal error", kUnit, line); }
+
+// One step of a descent from node r towards p: returns true with the
+// trapezoid in *trap at a sink, else moves r to the child on p's side.
+inline bool locateStep(qorInt32& r, point_t* p, point_t* other, qorInt32* trap) {
+  if (r <= 0 || r >= NODESIZE) locateFailed(__LINE__);
+  const node_t* node = &qs[r];
+  switch (node->type) {
+    case NODE_SINK:
+      *trap = node->trap_index;
+      return true;
+    case NODE_Y:
+      if (qorGreaterThan(p, &node->y_key))
+        r = node->right;
+      else if (qorEqualTo(p, &node->y_key))
+        r = qorGreaterThan(other, &node->y_key) ? node->right : node->left;
+      else
+        r = node->left;
+      return false;
+    case NODE_X: {
+      const qorInt32 k = node->seg_index;
+      if (k <= 0 || k >= SEGSIZE) locateFailed(__LINE__);
+      if (qorEqualTo(p, &seg[k].start) || qorEqualTo(p, &seg[k].end)) {
+        if (std::fabs(p->y - other->y) <= EPSILON)  // a horizontal segment
+          r = other->x < p->x ? node->left : node->right;
+        else
+          r = is_left_of(k, other) ? node->left : node->right;
+      } else {
+        r = is_left_of(k, p) ? node->left : node->right;
+      }
+      return false;
+    }
+    default:
+      locateFailed(__LINE__);
+  }
+}
+
+}  // namespace
+
 qorInt32 locate_endpoint(point_t* p, point_t* other, qorInt32 root) {
   qorInt32 r = root;
+  qorInt32 trap = 0;
   // A well-formed structure is acyclic, so a descent visits each node at most
   // once; the step count only guards against a damaged one.
-  for (qorInt32 steps = 0; steps < NODESIZE; ++steps) {
-    if (r <= 0 || r >= NODESIZE) break;
-    node_t* node = &qs[r];
-    switch (node->type) {
-      case NODE_SINK:
-        return node->trap_index;
-      case NODE_Y:
-        if (qorGreaterThan(p, &node->y_key))
-          r = node->right;
-        else if (qorEqualTo(p, &node->y_key))
-          r = qorGreaterThan(other, &node->y_key) ? node->right : node->left;
-        else
-          r = node->left;
-        break;
-      case NODE_X: {
-        const qorInt32 k = node->seg_index;
-        if (k <= 0 || k >= SEGSIZE) qorThrow("locate_endpoint: Internal error", kUnit, __LINE__);
-        if (qorEqualTo(p, &seg[k].start) || qorEqualTo(p, &seg[k].end)) {
-          if (std::fabs(p->y - other->y) <= EPSILON)  // a horizontal segment
-            r = other->x < p->x ? node->left : node->right;
-          else
-            r = is_left_of(k, other) ? node->left : node->right;
-        } else {
-          r = is_left_of(k, p) ? node->left : node->right;
-        }
-        break;
-      }
-      default:
-        qorThrow("locate_endpoint: Internal error", kUnit, __LINE__);
-    }
-  }
-  qorThrow("locate_endpoint: Internal error", kUnit, __LINE__);
+  for (qorInt32 steps = 0; steps < NODESIZE; ++steps)
+    if (locateStep(r, p, other, &trap)) return trap;
+  locateFailed(__LINE__);
 }
 
 qorInt32 add_segment(qorInt32 segment) {
