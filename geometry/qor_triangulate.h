@@ -26,15 +26,20 @@ constexpr qorInt32 SINGLE_RIGHT = 2;
 // counter-clockwise, holes clockwise; holes are disjoint and strictly inside.
 // Writes triangles of 1-based vertex numbers (row numbers of points), each
 // counter-clockwise, into triangles[0], triangles[1], ...: a polygon of n
-// vertices and h holes gives n + 2h - 2 rows, which the array must hold
-// (triangulate_last_count() tells how many were written). Returns 0.
+// vertices and h holes gives n + 2h - 2 rows. The array must hold
+// n + 2c - 4 rows for c non-empty contours (n + 2h - 2 for one outer contour
+// with h holes); nothing is written beyond that. triangulate_last_count()
+// tells how many rows were written. Returns 0.
 // Raises a qorException* before touching any table when: count < 1, a null
 // array, no vertex at all, more than 8191 vertices, a contour of one or two
 // points, a coordinate that is not finite, or contours that enclose no area
-// counter-clockwise (every contour runs the wrong way). Crossing, touching
-// or repeated edges may raise a qorException* from the stages below; any
-// output they leave is then meaningless. Never writes beyond row
-// n + 2h - 3 of triangles.
+// counter-clockwise (every contour runs the wrong way).
+// The tables have fixed capacities: an irregular polygon issues about 4.5
+// trapezoids per vertex and the trapezoid table holds 32767, so polygons of
+// more than about 7,000 vertices may raise "newtrap: Trapezoid-table
+// overflow" (a convex one of 8191 vertices fits). Crossing, touching or
+// repeated edges may raise a qorException* from the stages below; rows
+// written before such an exception are meaningless.
 QOR_API qorInt32 triangulate(qorInt32 count, qorInt32* sizes, double (*points)[2], qorInt32 (*triangles)[3]);
 
 // 1 if (point[0], point[1]) lies inside the polygon of the most recent
