@@ -21,6 +21,7 @@
 namespace {
 
 const char kUnit[] = "qor_stream";
+const char kBufferIsNull[] = "Buffer is null!";
 
 const int kReaderBufSize = 65536;
 const size_t kReaderZBufSize = 16384;
@@ -467,6 +468,7 @@ void qorStreamReader::fillBuf() {
 
 long qorStreamReader::read(char* buf, int n) {
   if (n <= 0) return 0;
+  if (buf == nullptr) qorThrow(kBufferIsNull, kUnit, __LINE__);
   if (m_BufLeft > n) {
     memcpy(buf, m_Buf + (m_BufSize - m_BufLeft), static_cast<size_t>(n));
     m_BufLeft -= n;
@@ -493,6 +495,7 @@ long qorStreamReader::read(char* buf, int n) {
 
 long qorStreamReader::readString(char* buf, int n) {
   if (n <= 0) return 0;
+  if (buf == nullptr) qorThrow(kBufferIsNull, kUnit, __LINE__);
   long count = 0;
   for (;;) {
     if (m_BufLeft <= 0) {
@@ -713,6 +716,7 @@ void qorStreamWriter::deflate(bool on) { switchEncoder(*this, on, kRawWindowBits
 
 long qorStreamWriter::write(char* buf, int n) {
   if (n <= 0) return 0;
+  if (buf == nullptr) qorThrow(kBufferIsNull, kUnit, __LINE__);
   if (static_cast<long>(m_BufUsed) + n < m_BufSize) {
     memcpy(m_Buf + m_BufUsed, buf, static_cast<size_t>(n));
     m_BufUsed += n;

@@ -66,10 +66,12 @@ class QOR_API qorStreamReader {
   void fillBuf();
 
   // Copies the next n bytes into buf and returns how many were copied: n,
-  // fewer only at the end of the data, 0 when n <= 0.
+  // fewer only at the end of the data, 0 when n <= 0. A null buf with n > 0
+  // raises "Buffer is null!".
   long read(char* buf, int n);
   // Copies bytes into buf up to a zero byte (consumed, not copied), n bytes or
   // the end of the data, and returns the count. No terminator is written.
+  // A null buf with n > 0 raises "Buffer is null!".
   long readString(char* buf, int n);
 
   // The next line (line feed removed, carriage returns dropped, each tab as
@@ -141,7 +143,8 @@ class QOR_API qorStreamWriter {
   // The same as gzip(), for a raw deflate stream.
   void deflate(bool on);
 
-  // Takes n bytes from buf; returns n, or 0 when n <= 0.
+  // Takes n bytes from buf; returns n, or 0 when n <= 0. A null buf with
+  // n > 0 raises "Buffer is null!".
   long write(char* buf, int n);
   // Writes out the buffered bytes. While compressing, the stream is flushed
   // to a byte boundary (everything so far can be decoded) but not ended.

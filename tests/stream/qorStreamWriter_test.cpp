@@ -316,3 +316,20 @@ TEST(qorStreamWriter, BytesBufferedBeforeSwitchOnAreCompressed) {
   }
   EXPECT_TRUE(readBack(path, kGzip) == "head body");
 }
+
+// Catches: a null caller array dereferenced instead of refused.
+TEST(qorStreamWriter, NullBufferRaises) {
+  ScratchDir dir;
+  const std::string path = dir.file("f");
+  writeFile(path, "data");
+  qorStreamWriter w(dir.file("g").c_str(), 'w');
+  EXPECT_EQ(w.write(nullptr, 0), 0);
+  EXPECT_TRUE(startsWith(raisedText([&] { w.write(nullptr, 5); }), "Buffer is null! [file qor_stream line "));
+  qorStreamReader r(path.c_str());
+  EXPECT_EQ(r.read(nullptr, 0), 0);
+  EXPECT_TRUE(startsWith(raisedText([&] { r.read(nullptr, 2); }), "Buffer is null! [file qor_stream line "));
+  EXPECT_TRUE(startsWith(raisedText([&] { r.readString(nullptr, 2); }), "Buffer is null! [file qor_stream line "));
+  char buf[4];
+  EXPECT_EQ(r.read(buf, 4), 4);  // nothing was consumed by the refused calls
+  EXPECT_EQ(std::string(buf, 4), "data");
+}
