@@ -103,7 +103,9 @@ class QOR_API PolySplitter {
   // larger one further, in order, after them. No piece is dropped, so the
   // pieces cover the input. An empty polygon gives no piece; a polygon with at
   // most pieceSize vertices (pieceSize > 0), or one whose first break gives
-  // no cut, comes back as one piece.
+  // no cut, comes back as one piece. Each break cuts the whole remainder, so
+  // peeling pieces of about pieceSize vertices off an n-vertex polygon costs
+  // about n^2 / pieceSize; a pieceSize proportional to n costs n log n.
   //
   // Every call returns, after at most 4 * n + 64 breaks for n input
   // vertices. A remainder that stops shrinking (its bounding box not smaller
