@@ -44,12 +44,11 @@ class QOR_API qorStreamReader {
   // when the size cannot be read.
   long size();
 
-  // true: from the next fill on, decode the file as one gzip member; false:
-  // read plain bytes again. Call it right after construction: bytes already
-  // buffered are delivered as they are. Switching on while decoding in the
-  // same format keeps the running decoder; in the other format the old
-  // decoder is ended and a new one starts at the current file position.
-  // Raises "Error initialising zlib" when zlib cannot start.
+  // true: from the next fill on, decode the file as one gzip member (bytes
+  // after the member are never delivered); false: read plain bytes again. Call it right after construction: bytes
+  // already buffered are delivered as they are. Switching on while decoding in the same format keeps the running
+  // decoder; in the other format the old decoder is ended and a new one starts at the current file position. Raises
+  // "Error initialising zlib" when zlib cannot start.
   void gunzip(bool on);
   // The same as gunzip(), for a raw deflate stream.
   void inflate(bool on);
