@@ -272,9 +272,9 @@ class RatioReporter : public benchmark::ConsoleReporter {
 
 }  // namespace
 
-BENCHMARK(BM_Zlib_Inflate)->Unit(benchmark::kMillisecond)->Repetitions(3)->Iterations(2);
-BENCHMARK(BM_qorStreamReader_GzipReadLineString)->Unit(benchmark::kMillisecond)->Repetitions(3)->Iterations(2);
-BENCHMARK(BM_Zlib_Gzgets)->Arg(0)->Arg(65536)->Unit(benchmark::kMillisecond)->Repetitions(3)->Iterations(2);
+BENCHMARK(BM_Zlib_Inflate)->Unit(benchmark::kMillisecond)->Repetitions(5)->Iterations(2);
+BENCHMARK(BM_qorStreamReader_GzipReadLineString)->Unit(benchmark::kMillisecond)->Repetitions(5)->Iterations(2);
+BENCHMARK(BM_Zlib_Gzgets)->Arg(0)->Arg(65536)->Unit(benchmark::kMillisecond)->Repetitions(5)->Iterations(2);
 BENCHMARK(BM_Libc_FreadMemchr)->Unit(benchmark::kMillisecond)->Repetitions(3)->Iterations(4);
 BENCHMARK(BM_qorStreamReader_PlainReadLineString)->Unit(benchmark::kMillisecond)->Repetitions(3)->Iterations(4);
 BENCHMARK(BM_qorStreamReader_PlainReadLineStatic)->Unit(benchmark::kMillisecond)->Repetitions(3)->Iterations(4);
