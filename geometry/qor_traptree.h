@@ -130,13 +130,16 @@ QOR_API qorInt32 inserted(qorInt32 segment, qorInt32 which);
 // Inserts one segment into the map: splits the trapezoids at its new
 // endpoints, threads it through the trapezoids it crosses, and merges the
 // slivers left along it. Returns 0. Raises "add_segment: internal error"
-// when the map is inconsistent with the segment (crossing or touching
-// edges), and the overflow messages of newnode/newtrap.
+// (or "merge_trapezoids: internal error") when the map is inconsistent with
+// the segment, as crossing or touching edges make it, "locate_endpoint:
+// Internal error" from the point location, and the overflow messages of
+// newnode/newtrap; it never follows a link outside the issued trapezoids.
 QOR_API qorInt32 add_segment(qorInt32 segment);
 
 // Merges, on side SIDE_LEFT or SIDE_RIGHT of segment, vertically adjacent
 // trapezoids from first down to last that share both bounding segments.
-// Returns 0.
+// Returns 0. Raises "merge_trapezoids: internal error" on links that leave
+// the issued trapezoids or nodes, or that would make it loop.
 QOR_API qorInt32 merge_trapezoids(qorInt32 segment, qorInt32 first, qorInt32 last, qorInt32 side);
 
 #endif
