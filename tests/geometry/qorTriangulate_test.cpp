@@ -4,6 +4,7 @@
 #include <qor/qor_traptree.h>
 #include <qor/qor_triangulate.h>
 
+#include <algorithm>
 #include <cstring>
 #include <random>
 #include <string>
@@ -243,4 +244,38 @@ TEST(triangulate, SmallRunAfterLargeLeavesTablesClean) {
   EXPECT_TRUE(allZero(&tr[64], sizeof(trap_t) * (TRAPSIZE - 64)));
   EXPECT_TRUE(allZero(&qs[128], sizeof(node_t) * (NODESIZE - 128)));
   EXPECT_TRUE(allZero(&tr[0], sizeof(trap_t)));
+}
+
+// Driven step by step on a clockwise triangle, the decomposition finds no
+// trapezoid inside and raises instead of walking from entry 0. Catches a
+// start trapezoid taken without the inside test.
+TEST(monotonate_trapezoids, RaisesWhenNothingIsInside) {
+  const double pts[3][2] = {{0, 0}, {0, 3}, {4, 0}};  // clockwise
+  for (int i = 1; i <= 3; ++i) {
+    seg[i].start = point_t{pts[i - 1][0], pts[i - 1][1]};
+    seg[i].end = point_t{pts[i % 3][0], pts[i % 3][1]};
+    seg[i].next = i % 3 + 1;
+    seg[i].prev = (i + 1) % 3 + 1;
+  }
+  initialise(3);
+  construct_trapezoids(3);
+  try {
+    monotonate_trapezoids(3);
+    ADD_FAILURE() << "no exception";
+  } catch (qorException* e) {
+    EXPECT_NE(messageOf(e).find("no trapezoid lies inside"), std::string::npos);
+  }
+  // The same triangle counter-clockwise gives one monotone polygon and one triangle.
+  for (int i = 1; i <= 3; ++i) {
+    seg[i].start = point_t{pts[3 - i][0], pts[3 - i][1]};
+    seg[i].end = point_t{pts[(5 - i) % 3][0], pts[(5 - i) % 3][1]};
+    seg[i].next = i % 3 + 1;
+    seg[i].prev = (i + 1) % 3 + 1;
+  }
+  initialise(3);
+  construct_trapezoids(3);
+  const qorInt32 polys = monotonate_trapezoids(3);
+  EXPECT_EQ(polys, 1);
+  qorInt32 out[1][3] = {{0, 0, 0}};
+  EXPECT_EQ(triangulate_monotone_polygons(3, polys, out), 1);
 }
