@@ -1,6 +1,9 @@
 // A first look at libqor: raise and catch the library's exception, fill the
 // hash table, print a few hashes and random numbers.
-#include <qor/qor.h>
+#include <qor/qor_exception.h>
+#include <qor/qor_hashutil.h>
+#include <qor/qor_random.h>
+#include <qor/qor_strings.h>
 
 #include <cstdio>
 #include <string>

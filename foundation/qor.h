@@ -2,11 +2,33 @@
 #ifndef QOR_H
 #define QOR_H
 
+// Foundation
 #include "qor_assert.h"
 #include "qor_base2.h"
 #include "qor_exception.h"
 #include "qor_hashutil.h"
 #include "qor_random.h"
 #include "qor_strings.h"
+
+// Memory
+#include "qor_alloc.h"
+#include "qor_heapcnew.h"
+#include "qor_heapcso.h"
+#include "qor_heapintf.h"
+#include "qor_heaplarge.h"
+#include "qor_heapmixed.h"
+#include "qor_heapnew.h"
+#include "qor_objectalloc.h"
+
+// Streams
+#include "qor_stream.h"
+
+// Host queries
+#include "qor_sysinfo.h"
+
+// Geometry
+#include "qor_polysplit.h"
+#include "qor_traptree.h"
+#include "qor_triangulate.h"
 
 #endif

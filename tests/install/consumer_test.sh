@@ -11,13 +11,13 @@ cmake --install "$build" --prefix "$prefix" >/dev/null
 
 echo "== find_package(qor)"
 cmake -S "$source" -B "$work/cmake-build" -DCMAKE_PREFIX_PATH="$prefix" \
-  -DCMAKE_CXX_FLAGS="$flags" -DCMAKE_EXE_LINKER_FLAGS="$flags" >/dev/null
+  -DCMAKE_CXX_FLAGS="-Wall -Wextra -Werror $flags" -DCMAKE_EXE_LINKER_FLAGS="$flags" >/dev/null
 cmake --build "$work/cmake-build" >/dev/null
-LD_LIBRARY_PATH="$prefix/lib:${LD_LIBRARY_PATH:-}" "$work/cmake-build/consumer"
+LD_LIBRARY_PATH="$prefix/lib:${LD_LIBRARY_PATH:-}" "$work/cmake-build/consumer" "$work"
 
 echo "== pkg-config qor"
 pcdir=$(dirname "$(find "$prefix" -name qor.pc | head -n 1)")
 export PKG_CONFIG_PATH="$pcdir${PKG_CONFIG_PATH:+:$PKG_CONFIG_PATH}"
 # shellcheck disable=SC2046,SC2086
-g++ $flags "$source/consumer.cpp" -o "$work/consumer-pc" $(pkg-config --cflags --libs qor)
-LD_LIBRARY_PATH="$(pkg-config --variable=libdir qor):${LD_LIBRARY_PATH:-}" "$work/consumer-pc"
+g++ -Wall -Wextra -Werror $flags "$source/consumer.cpp" -o "$work/consumer-pc" $(pkg-config --cflags --libs qor)
+LD_LIBRARY_PATH="$(pkg-config --variable=libdir qor):${LD_LIBRARY_PATH:-}" "$work/consumer-pc" "$work"
