@@ -1,15 +1,15 @@
 #include "qor_alloc.h"
 
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 #include "qor_assert.h"
 #include "qor_link.h"
+#include "qor_mapping.h"
 #include "qor_message.h"
 #include "qor_mutex.h"
 #include "qor_objectalloc.h"
@@ -31,11 +31,6 @@ constexpr unsigned long kMinPagesPerUnit = 8;
 constexpr unsigned long kUnitTarget = 65536;
 constexpr unsigned long kPoolBytes = 16777216;
 
-[[noreturn]] void throwMmapFailed(int error, unsigned long line) {
-  char buffer[256];
-  qorThrowComposed("mmap failed: ", strerror_r(error, buffer, sizeof buffer), "qor_alloc", line);
-}
-
 }  // namespace
 
 void qorPageAlloc::Initialize() {
@@ -54,12 +49,7 @@ void qorPageAlloc::Uninitialize() {
   if (!m_Initialized) qorThrow("qorPageAlloc not initialised!", "qor_alloc", __LINE__);
   PermBlock* block = m_FirstPermFree;
   while (block != nullptr) {
-    const int result = munmap(block->address, block->length);
-    if (result != 0) {
-      printf("Error in munmap: size = %ld addr=%lx\n", static_cast<long>(block->length),
-             reinterpret_cast<unsigned long>(block->address));
-      exit(result);
-    }
+    qorUnmapOrExit(block->address, block->length);
     PermBlock* next = block->next;
     delete block;
     block = next;
@@ -131,15 +121,10 @@ void* qorPageAlloc::AllocRawPages(unsigned long pages) {
   }
   // The record is made first, so that a failure leaves neither a mapping
   // without a record nor a record of a failed mapping.
-  PermBlock* block = new PermBlock{m_FirstPermFree, nullptr, length};
-  void* address = mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  if (address == MAP_FAILED) {
-    const int error = errno;
-    delete block;
-    throwMmapFailed(error, __LINE__);
-  }
+  std::unique_ptr<PermBlock> block(new PermBlock{m_FirstPermFree, nullptr, length});
+  void* address = qorMapAnonymous(length, "qor_alloc", __LINE__);
   block->address = address;
-  m_FirstPermFree = block;
+  m_FirstPermFree = block.release();
   m_TotalPages += pages;
   return address;
 }

@@ -1,16 +1,15 @@
 #include "qor_heapcso.h"
 
-#include <sys/mman.h>
-
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 #include "qor_alloc.h"
 #include "qor_assert.h"
 #include "qor_freelist_stats.h"
 #include "qor_link.h"
+#include "qor_mapping.h"
 #include "qor_message.h"
 #include "qor_mutex.h"
 
@@ -38,12 +37,7 @@ qorHeapCSO::~qorHeapCSO() {
   qorMutexLocker lock(m_Mutex);
   RawBlock* block = m_FirstRawBlock;
   while (block != nullptr) {
-    const int result = munmap(block->address, block->length);
-    if (result != 0) {
-      printf("Error in munmap: size = %ld addr=%lx\n", static_cast<long>(block->length),
-             reinterpret_cast<unsigned long>(block->address));
-      exit(result);
-    }
+    qorUnmapOrExit(block->address, block->length);
     RawBlock* next = block->next;
     delete block;
     block = next;
@@ -120,15 +114,9 @@ void* qorHeapCSO::AllocRawPages(unsigned long pages) {
   }
   // The record is made first, so that a failure leaves neither a mapping
   // without a record nor a record of a failed mapping.
-  RawBlock* block = new RawBlock{nullptr, m_FirstRawBlock, length};
-  void* address = mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  if (address == MAP_FAILED) {
-    const int error = errno;
-    delete block;
-    char buffer[256];
-    qorThrowComposed("mmap failed: ", strerror_r(error, buffer, sizeof buffer), "qor_heapcso", __LINE__);
-  }
+  std::unique_ptr<RawBlock> block(new RawBlock{nullptr, m_FirstRawBlock, length});
+  void* address = qorMapAnonymous(length, "qor_heapcso", __LINE__);
   block->address = address;
-  m_FirstRawBlock = block;
+  m_FirstRawBlock = block.release();
   return address;
 }
