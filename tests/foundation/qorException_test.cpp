@@ -8,45 +8,32 @@
 #include <cstring>
 #include <string>
 
+#include "qor_test_support.h"
+
 extern "C" void qorTestThrowFromOtherObject();
 extern "C" void qorTestStrcpyNull();
 
-namespace {
-
-// Runs `raise`, catches the qorException* and returns its what() text.
-template <typename Raise>
-std::string caughtText(Raise raise) {
-  try {
-    raise();
-  } catch (qorException* e) {
-    std::string text = e->what();
-    delete e;
-    return text;
-  }
-  return "<nothing raised>";
-}
-
-}  // namespace
+using qortest::raisedText;
 
 TEST(qorException, WhatAppendsFileAndLine) {
-  EXPECT_EQ(caughtText([] { qorThrow("x", "qor_stream", 7); }), "x [file qor_stream line 7]\n");
+  EXPECT_EQ(raisedText([] { qorThrow("x", "qor_stream", 7); }), "x [file qor_stream line 7]\n");
 }
 
 TEST(qorException, NullAndEmptyFileBecomeUnknown) {
   const std::string expected = "x [file <unknown> line 7]\n";
-  EXPECT_EQ(caughtText([] { qorThrow("x", nullptr, 7); }), expected);
-  EXPECT_EQ(caughtText([] { qorThrow("x", "", 7); }), expected);
+  EXPECT_EQ(raisedText([] { qorThrow("x", nullptr, 7); }), expected);
+  EXPECT_EQ(raisedText([] { qorThrow("x", "", 7); }), expected);
 }
 
 TEST(qorException, TrailingNewlineOfMessageStaysBeforeSuffix) {
-  EXPECT_EQ(caughtText([] { qorThrow("line\n", "f", 1); }), "line\n [file f line 1]\n");
+  EXPECT_EQ(raisedText([] { qorThrow("line\n", "f", 1); }), "line\n [file f line 1]\n");
 }
 
 // Catches a buffer too small for long line numbers.
 TEST(qorException, EveryDigitOfTheLinePrints) {
-  EXPECT_EQ(caughtText([] { qorThrow("m", "f", 2147483647UL); }), "m [file f line 2147483647]\n");
+  EXPECT_EQ(raisedText([] { qorThrow("m", "f", 2147483647UL); }), "m [file f line 2147483647]\n");
   // The line prints as a signed int.
-  EXPECT_EQ(caughtText([] { qorThrow("m", "f", 2147483648UL); }), "m [file f line -2147483648]\n");
+  EXPECT_EQ(raisedText([] { qorThrow("m", "f", 2147483648UL); }), "m [file f line -2147483648]\n");
 }
 
 TEST(qorException, SecondWhatNestsTheFirstAndBothStayValid) {
@@ -99,8 +86,8 @@ TEST(qorException, ThrownAsPointerNotObject) {
 }
 
 TEST(qorException, CaughtAcrossSharedObjects) {
-  EXPECT_EQ(caughtText([] { qorTestThrowFromOtherObject(); }), "raised elsewhere [file thrower line 42]\n");
-  EXPECT_EQ(caughtText([] { qorTestStrcpyNull(); }).rfind("NULL Pointer: dst\n [file qor_strings line ", 0), 0u);
+  EXPECT_EQ(raisedText([] { qorTestThrowFromOtherObject(); }), "raised elsewhere [file thrower line 42]\n");
+  EXPECT_EQ(raisedText([] { qorTestStrcpyNull(); }).rfind("NULL Pointer: dst\n [file qor_strings line ", 0), 0u);
 }
 
 TEST(qorException, MakeStoresFieldsUnchanged) {

@@ -6,22 +6,10 @@
 #include <random>
 #include <string>
 
-namespace {
+#include "qor_test_support.h"
 
-std::string raisedText(void (*raise)()) {
-  try {
-    raise();
-  } catch (qorException* e) {
-    std::string text = e->what();
-    delete e;
-    return text;
-  }
-  return "<nothing raised>";
-}
-
-bool startsWith(const std::string& text, const std::string& prefix) { return text.rfind(prefix, 0) == 0; }
-
-}  // namespace
+using qortest::raisedText;
+using qortest::startsWith;
 
 TEST(qorMalloc, ZeroGivesNullOtherwiseZeroBytes) {
   EXPECT_EQ(qorMalloc(0), nullptr);

@@ -18,6 +18,8 @@
 #include <string>
 #include <vector>
 
+#include "qor_test_support.h"
+
 // Readable polygons in failure messages.
 void PrintTo(const QPolygon& poly, std::ostream* os) {
   *os << "{";
@@ -223,18 +225,7 @@ TEST(PolySplitter, CopyOwnsItsElements) {
   EXPECT_EQ(s.Split(kU, QLine(-5, 20, 35, 20)).size(), 3u);
 }
 
-// The text of the qorException* that fn raises, or "" when it raises none.
-// The exception is deleted here.
-std::string raisedText(const std::function<void()>& fn) {
-  try {
-    fn();
-  } catch (qorException* e) {
-    const std::string text = e->what();
-    delete e;
-    return text;
-  }
-  return "";
-}
+using qortest::raisedText;
 
 // Catches the consistency check missing a broken ring, or the steps trusting
 // tampered state.

@@ -15,6 +15,8 @@
 #include <functional>
 #include <string>
 
+#include "qor_test_support.h"
+
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define QOR_TEST_SANITIZED 1
 #elif defined(__has_feature)
@@ -46,20 +48,8 @@ inline std::string textOf(qorException* e) {
   return text;
 }
 
-// Runs body and returns the what() text of the qorException* it raises, or
-// "<no exception>".
-inline std::string raisedText(const std::function<void()>& body) {
-  try {
-    body();
-  } catch (qorException* e) {
-    return textOf(e);
-  }
-  return "<no exception>";
-}
-
-inline bool startsWith(const std::string& text, const std::string& prefix) {
-  return text.compare(0, prefix.size(), prefix) == 0;
-}
+using qortest::raisedText;
+using qortest::startsWith;
 
 // The address space now in use, in bytes.
 inline unsigned long addressSpaceInUse() {

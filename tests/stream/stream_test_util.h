@@ -15,6 +15,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "qor_test_support.h"
+
 namespace streamtest {
 
 // A scratch directory removed at the end of the test.
@@ -104,20 +106,8 @@ inline std::string decompress(const std::string& bytes, Format format, bool* ok)
   return out;
 }
 
-// Text of the qorException* that f raises, or "<nothing raised>".
-template <typename F>
-std::string raisedText(F f) {
-  try {
-    f();
-  } catch (qorException* e) {
-    std::string text = e->what();
-    delete e;
-    return text;
-  }
-  return "<nothing raised>";
-}
-
-inline bool startsWith(const std::string& text, const std::string& prefix) { return text.rfind(prefix, 0) == 0; }
+using qortest::raisedText;
+using qortest::startsWith;
 
 // Text with lines of 0 to maxLine bytes, some tabs, some CRs and some bytes
 // above 0x7F.
