@@ -13,7 +13,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <random>
 #include <string>
+#include <vector>
 
 #include "qor_test_support.h"
 
@@ -105,6 +107,66 @@ inline unsigned long listLength(void* head) {
     ++count;
   }
   return count;
+}
+
+// Random allocate-and-release traffic checked against an oracle of live
+// blocks: each block is filled with its own byte and checked just before it
+// is released, so a block handed out twice or overlapping another shows up as
+// a changed byte. `pickSize(random)` draws each request's size; `between`
+// runs after every `steps` steps, `rounds` times. Blocks still live at the
+// end are released.
+struct LiveBlock {
+  unsigned char* p;
+  unsigned long size;
+  unsigned char fill;
+};
+
+template <typename Alloc, typename Release, typename PickSize, typename Between>
+void checkRandomTraffic(unsigned seed, int rounds, int steps, Alloc alloc, Release release, PickSize pickSize,
+                        Between between) {
+  std::mt19937 random(seed);
+  std::vector<LiveBlock> live;
+  for (int round = 0; round < rounds; ++round) {
+    for (int step = 0; step < steps; ++step) {
+      if (live.empty() || random() % 3 != 0) {
+        const unsigned long size = pickSize(random);
+        LiveBlock block{static_cast<unsigned char*>(alloc(size)), size, static_cast<unsigned char>(random())};
+        std::memset(block.p, block.fill, size);
+        live.push_back(block);
+      } else {
+        const size_t index = random() % live.size();
+        const LiveBlock block = live[index];
+        live[index] = live.back();
+        live.pop_back();
+        for (unsigned long i = 0; i < block.size; ++i) {
+          ASSERT_EQ(block.p[i], block.fill) << "seed " << seed << " round " << round << " step " << step;
+        }
+        release(block.p, block.size);
+      }
+    }
+    between();
+  }
+  for (const LiveBlock& block : live) release(block.p, block.size);
+}
+
+// Runs `die` in a death-test child whose standard output goes to a file, and
+// returns what the child printed; `die` must end the process with `status`.
+template <typename Die>
+std::string stdoutOfExit(Die die, int status) {
+  char path[] = "/tmp/qor_exit_XXXXXX";
+  const int fd = mkstemp(path);
+  if (fd < 0) return "<no temporary file>";
+  EXPECT_EXIT(
+      {
+        dup2(fd, STDOUT_FILENO);
+        die();
+      },
+      ::testing::ExitedWithCode(status), "");
+  char text[256] = {};
+  const ssize_t length = pread(fd, text, sizeof text - 1, 0);
+  close(fd);
+  unlink(path);
+  return length > 0 ? std::string(text, static_cast<size_t>(length)) : std::string();
 }
 
 }  // namespace memtest

@@ -208,32 +208,14 @@ TEST_F(qorHeapCSO, KeepsItsMemoryAcrossPageAllocatorShutdown) {
 // Catches blocks handed out twice or overlapping, against an oracle of live
 // blocks filled with a pattern and checked before release.
 TEST_F(qorHeapCSO, RandomTrafficNeverOverlaps) {
-  const unsigned seed = 6;
-  std::mt19937 random(seed);
-  struct Live {
-    unsigned char* p;
-    unsigned long size;
-    unsigned char fill;
-  };
-  std::vector<Live> live;
-  for (int step = 0; step < 40000; ++step) {
-    if (live.empty() || random() % 3 != 0) {
-      static const unsigned long kLarge[] = {1000, 4000, 65536};
-      const unsigned long size = random() % 16 == 0 ? kLarge[random() % 3] : random() % 300;
-      Live block{static_cast<unsigned char*>(heap->Alloc(size)), size, static_cast<unsigned char>(random())};
-      std::memset(block.p, block.fill, size);
-      live.push_back(block);
-    } else {
-      const size_t index = random() % live.size();
-      Live block = live[index];
-      live[index] = live.back();
-      live.pop_back();
-      for (unsigned long i = 0; i < block.size; ++i) {
-        ASSERT_EQ(block.p[i], block.fill) << "seed " << seed << " step " << step;
-      }
-      heap->Dealloc2(block.p, block.size);
-    }
-  }
+  ::memtest::checkRandomTraffic(
+      6, 1, 40000, [this](unsigned long size) { return heap->Alloc(size); },
+      [this](void* p, unsigned long size) { heap->Dealloc2(p, size); },
+      [](std::mt19937& random) {
+        static const unsigned long kLarge[] = {1000, 4000, 65536};
+        return random() % 16 == 0 ? kLarge[random() % 3] : random() % 300;
+      },
+      [] {});
 }
 
 #ifndef QOR_TEST_SANITIZED
@@ -257,24 +239,14 @@ TEST_F(qorHeapCSO, FailedMappingRaisesAndLeavesHeapUsable) {
 
 // Catches a failing munmap in the destructor that goes unnoticed.
 TEST_F(qorHeapCSO, FailingMunmapPrintsReportAndExits) {
-  char path[] = "/tmp/qor_munmap_XXXXXX";
-  const int fd = mkstemp(path);
-  ASSERT_GE(fd, 0);
-  auto die = [this, fd] {
-    dup2(fd, STDOUT_FILENO);
+  auto die = [this] {
     heap->m_FirstRawBlock = new ::qorHeapCSO::RawBlock{reinterpret_cast<void*>(0x2003), heap->m_FirstRawBlock, 8192};
     // A global keeps the heap reachable for the leak checker while the
     // destructor ends the process.
     dying = heap.release();
     delete dying;
   };
-  EXPECT_EXIT(die(), ::testing::ExitedWithCode(255), "");
-  char text[128] = {};
-  const ssize_t length = pread(fd, text, sizeof text - 1, 0);
-  close(fd);
-  unlink(path);
-  ASSERT_GT(length, 0);
-  EXPECT_STREQ(text, "Error in munmap: size = 8192 addr=2003\n");
+  EXPECT_EQ(::memtest::stdoutOfExit(die, 255), "Error in munmap: size = 8192 addr=2003\n");
 }
 
 }  // namespace

@@ -343,35 +343,11 @@ TEST_F(qorHeapMixedOverCSO, RandomTrafficNeverOverlaps) {
   qorHeapNew general;
   std::unique_ptr<qorHeapCSO> small(new qorHeapCSO);
   qorHeapMixed heap(&general, small.get(), 256, 64, false);
-  const unsigned seed = 42;
-  std::mt19937 random(seed);
-  struct Live {
-    unsigned char* p;
-    unsigned long size;
-    unsigned char fill;
-  };
-  std::vector<Live> live;
-  for (int round = 0; round < 3; ++round) {
-    for (int step = 0; step < 20000; ++step) {
-      if (live.empty() || random() % 3 != 0) {
-        const unsigned long size = random() % 8 == 0 ? 257 + random() % 2000 : random() % 257;
-        Live block{static_cast<unsigned char*>(heap.Alloc(size)), size, static_cast<unsigned char>(random())};
-        std::memset(block.p, block.fill, size);
-        live.push_back(block);
-      } else {
-        const size_t index = random() % live.size();
-        Live block = live[index];
-        live[index] = live.back();
-        live.pop_back();
-        for (unsigned long i = 0; i < block.size; ++i) {
-          ASSERT_EQ(block.p[i], block.fill) << "seed " << seed << " step " << step;
-        }
-        heap.Dealloc2(block.p, block.size);
-      }
-    }
-    heap.Minimize();
-  }
-  for (const Live& block : live) heap.Dealloc2(block.p, block.size);
+  ::memtest::checkRandomTraffic(
+      42, 3, 20000, [&heap](unsigned long size) { return heap.Alloc(size); },
+      [&heap](void* p, unsigned long size) { heap.Dealloc2(p, size); },
+      [](std::mt19937& random) { return random() % 8 == 0 ? 257 + random() % 2000 : random() % 257; },
+      [&heap] { heap.Minimize(); });
 }
 
 }  // namespace

@@ -108,33 +108,14 @@ TEST_F(qorObjectAlloc, ReusesFreedObjectFirst) {
 // Catches objects handed out twice or overlapping, against an oracle of
 // live objects filled with a pattern and checked before release.
 TEST_F(qorObjectAlloc, RandomTrafficNeverOverlaps) {
-  const unsigned seed = 20261123;
-  std::mt19937 random(seed);
-  struct Live {
-    unsigned char* p;
-    unsigned long size;
-    unsigned char fill;
-  };
-  std::vector<Live> live;
-  for (int step = 0; step < 40000; ++step) {
-    if (live.empty() || random() % 3 != 0) {
-      static const unsigned long kLarge[] = {1000, 1024, 4000};
-      const unsigned long size = random() % 8 == 0 ? kLarge[random() % 3] : 1 + random() % 200;
-      Live object{static_cast<unsigned char*>(qorOAAlloc(size)), size, static_cast<unsigned char>(random())};
-      std::memset(object.p, object.fill, size);
-      live.push_back(object);
-    } else {
-      const size_t index = random() % live.size();
-      Live object = live[index];
-      live[index] = live.back();
-      live.pop_back();
-      for (unsigned long i = 0; i < object.size; ++i) {
-        ASSERT_EQ(object.p[i], object.fill) << "seed " << seed << " step " << step;
-      }
-      qorOADealloc(object.p, object.size);
-    }
-  }
-  for (const Live& object : live) qorOADealloc(object.p, object.size);
+  ::memtest::checkRandomTraffic(
+      20261123, 1, 40000, [](unsigned long size) { return qorOAAlloc(size); },
+      [](void* p, unsigned long size) { qorOADealloc(p, size); },
+      [](std::mt19937& random) {
+        static const unsigned long kLarge[] = {1000, 1024, 4000};
+        return random() % 8 == 0 ? kLarge[random() % 3] : 1 + random() % 200;
+      },
+      [] {});
 }
 
 // Catches an index outside the 65,537 lists, or a silent refill of list 0.
