@@ -37,16 +37,46 @@ qorInt32 q_idx = 1;
 
 [[noreturn]] void insertionFailed(unsigned long line) { qorThrow("add_segment: internal error", kUnit, line); }
 
+// The bodies of newnode() and newtrap(), inline for the insertion below (the
+// exported functions are calls through the PLT).
+inline qorInt32 issueNode() {
+  if (q_idx >= NODESIZE) qorThrow("newnode: Query-table overflow", kUnit, __LINE__);
+  return q_idx++;
+}
+
+inline qorInt32 issueTrap() {
+  if (tr_idx >= TRAPSIZE) qorThrow("newtrap: Trapezoid-table overflow", kUnit, __LINE__);
+  trap_t& t = tr[tr_idx];
+  t.left_seg = -1;
+  t.right_seg = -1;
+  t.state = TRAP_VALID;
+  return tr_idx++;
+}
+
+// The body of is_left_of().
+inline qorInt32 leftOf(const segment_t* s, const point_t* p) {
+  if (std::fabs(s->end.y - p->y) <= EPSILON) return p->x < s->end.x;
+  if (std::fabs(s->start.y - p->y) <= EPSILON) return p->x < s->start.x;
+  const bool upward = qorGreaterThan(&s->end, &s->start);
+  const point_t& lo = upward ? s->start : s->end;
+  const point_t& up = upward ? s->end : s->start;
+  const double area = (up.x - lo.x) * (p->y - lo.y) - (up.y - lo.y) * (p->x - lo.x);
+  return area > 0.0;
+}
+
+// The body of inserted().
+inline qorInt32 neighbourInserted(qorInt32 segment, qorInt32 which) {
+  const qorInt32 neighbour = which == FIRST_POINT ? seg[segment].prev : seg[segment].next;
+  if (neighbour < 0 || neighbour >= SEGSIZE) return 0;
+  return seg[neighbour].in_tree;
+}
+
 // A trapezoid number read from a link that the insertion is about to follow:
 // it must name an issued trapezoid. Crossing or touching edges can leave a
 // link empty where a simple polygon always has a neighbour.
 inline qorInt32 linked(qorInt32 t, unsigned long line) {
   if (t <= 0 || t >= tr_idx) insertionFailed(line);
   return t;
-}
-
-inline bool sameBottom(const trap_t& a, const trap_t& b) {
-  return std::fabs(a.bottom.y - b.bottom.y) <= EPSILON && std::fabs(a.bottom.x - b.bottom.x) <= EPSILON;
 }
 
 // Replaces the upper link to `from` of trapezoid d (when d is a trapezoid) by `to`.
@@ -58,7 +88,7 @@ inline void relinkUpBoth(qorInt32 d, qorInt32 from, qorInt32 to) {
 
 // Splits trapezoid tu horizontally at p; returns the new lower half.
 qorInt32 splitHorizontally(qorInt32 segment, qorInt32 tu, const point_t& p) {
-  const qorInt32 tl = newtrap();
+  const qorInt32 tl = issueTrap();
   tr[tl] = tr[tu];
   tr[tu].bottom = p;
   tr[tl].top = p;
@@ -69,8 +99,8 @@ qorInt32 splitHorizontally(qorInt32 segment, qorInt32 tu, const point_t& p) {
   relinkUpBoth(tr[tl].down0, tu, tl);
   relinkUpBoth(tr[tl].down1, tu, tl);
 
-  const qorInt32 i1 = newnode();
-  const qorInt32 i2 = newnode();
+  const qorInt32 i1 = issueNode();
+  const qorInt32 i2 = issueNode();
   const qorInt32 sk = tr[tu].sink;
   qs[sk].type = NODE_Y;
   qs[sk].y_key = p;
@@ -90,11 +120,11 @@ qorInt32 splitHorizontally(qorInt32 segment, qorInt32 tu, const point_t& p) {
 
 // Lower links when t has a single neighbour below, d (down0 or down1 of t).
 // Returns the trapezoid the segment continues into.
-qorInt32 threadIntoSingle(qorInt32 t, qorInt32 tn, bool useDown0, bool triangle, qorInt32 k, point_t* upper) {
+qorInt32 threadIntoSingle(qorInt32 t, qorInt32 tn, bool useDown0, bool triangle, bool kLeft) {
   trap_t& T = tr[t];
   trap_t& TN = tr[tn];
   if (triangle) {
-    if (k > 0 && is_left_of(k, upper)) {
+    if (kLeft) {
       tr[useDown0 ? T.down0 : T.down1].up0 = t;
       TN.down0 = TN.down1 = -1;
     } else {
@@ -147,19 +177,9 @@ qorInt32 _min(point_t* out, point_t* a, point_t* b) {
   return 0;
 }
 
-qorInt32 newnode() {
-  if (q_idx >= NODESIZE) qorThrow("newnode: Query-table overflow", kUnit, __LINE__);
-  return q_idx++;
-}
+qorInt32 newnode() { return issueNode(); }
 
-qorInt32 newtrap() {
-  if (tr_idx >= TRAPSIZE) qorThrow("newtrap: Trapezoid-table overflow", kUnit, __LINE__);
-  trap_t& t = tr[tr_idx];
-  t.left_seg = -1;
-  t.right_seg = -1;
-  t.state = TRAP_VALID;
-  return tr_idx++;
-}
+qorInt32 newtrap() { return issueTrap(); }
 
 qorInt32 init_query_structure(qorInt32 segment) {
   if (segment <= 0 || segment >= SEGSIZE)
@@ -172,48 +192,48 @@ qorInt32 init_query_structure(qorInt32 segment) {
   q_idx = 1;
 
   segment_t* s = &seg[segment];
-  const qorInt32 i1 = newnode();
+  const qorInt32 i1 = issueNode();
   qs[i1].type = NODE_Y;
   _max(&qs[i1].y_key, &s->start, &s->end);
   const point_t upper = qs[i1].y_key;
 
-  const qorInt32 i2 = newnode();
+  const qorInt32 i2 = issueNode();
   qs[i1].right = i2;
   qs[i2].type = NODE_SINK;
   qs[i2].parent = i1;
 
-  const qorInt32 i3 = newnode();
+  const qorInt32 i3 = issueNode();
   qs[i1].left = i3;
   qs[i3].type = NODE_Y;
   _min(&qs[i3].y_key, &s->start, &s->end);
   qs[i3].parent = i1;
   const point_t lower = qs[i3].y_key;
 
-  const qorInt32 i4 = newnode();
+  const qorInt32 i4 = issueNode();
   qs[i3].left = i4;
   qs[i4].type = NODE_SINK;
   qs[i4].parent = i3;
 
-  const qorInt32 i5 = newnode();
+  const qorInt32 i5 = issueNode();
   qs[i3].right = i5;
   qs[i5].type = NODE_X;
   qs[i5].seg_index = segment;
   qs[i5].parent = i3;
 
-  const qorInt32 i6 = newnode();
+  const qorInt32 i6 = issueNode();
   qs[i5].left = i6;
   qs[i6].type = NODE_SINK;
   qs[i6].parent = i5;
 
-  const qorInt32 i7 = newnode();
+  const qorInt32 i7 = issueNode();
   qs[i5].right = i7;
   qs[i7].type = NODE_SINK;
   qs[i7].parent = i5;
 
-  const qorInt32 t1 = newtrap();  // left of the segment
-  const qorInt32 t2 = newtrap();  // right of it
-  const qorInt32 t3 = newtrap();  // below it
-  const qorInt32 t4 = newtrap();  // above it
+  const qorInt32 t1 = issueTrap();  // left of the segment
+  const qorInt32 t2 = issueTrap();  // right of it
+  const qorInt32 t3 = issueTrap();  // below it
+  const qorInt32 t4 = issueTrap();  // above it
 
   tr[t1].top = tr[t2].top = upper;
   tr[t1].bottom = tr[t2].bottom = lower;
@@ -245,78 +265,139 @@ qorInt32 init_query_structure(qorInt32 segment) {
   return i1;
 }
 
-qorInt32 is_left_of(qorInt32 segment, point_t* p) {
-  const segment_t* s = &seg[segment];
-  if (std::fabs(s->end.y - p->y) <= EPSILON) return p->x < s->end.x;
-  if (std::fabs(s->start.y - p->y) <= EPSILON) return p->x < s->start.x;
-  point_t a = s->start;
-  point_t b = s->end;
-  const bool upward = qorGreaterThan(&b, &a);
-  const point_t& lo = upward ? s->start : s->end;
-  const point_t& up = upward ? s->end : s->start;
-  const double area = (up.x - lo.x) * (p->y - lo.y) - (up.y - lo.y) * (p->x - lo.x);
-  return area > 0.0;
-}
+qorInt32 is_left_of(qorInt32 segment, point_t* p) { return leftOf(&seg[segment], p); }
 
-qorInt32 inserted(qorInt32 segment, qorInt32 which) {
-  const qorInt32 neighbour = which == FIRST_POINT ? seg[segment].prev : seg[segment].next;
-  if (neighbour < 0 || neighbour >= SEGSIZE) return 0;
-  return seg[neighbour].in_tree;
-}
+qorInt32 inserted(qorInt32 segment, qorInt32 which) { return neighbourInserted(segment, which); }
 
 namespace {
 
 [[noreturn]] void locateFailed(unsigned long line) { qorThrow("locate_endpoint: Internal error", kUnit, line); }
 
-// One step of a descent from node r towards p: returns true with the
-// trapezoid in *trap at a sink, else moves r to the child on p's side.
-inline bool locateStep(qorInt32& r, point_t* p, point_t* other, qorInt32* trap) {
-  if (r <= 0 || r >= NODESIZE) locateFailed(__LINE__);
-  const node_t* node = &qs[r];
-  switch (node->type) {
-    case NODE_SINK:
-      *trap = node->trap_index;
-      return true;
-    case NODE_Y:
-      if (qorGreaterThan(p, &node->y_key))
-        r = node->right;
-      else if (qorEqualTo(p, &node->y_key))
-        r = qorGreaterThan(other, &node->y_key) ? node->right : node->left;
+}  // namespace
+
+qorInt32 qorLocate(const point_t* p, const point_t* other, qorInt32 root) {
+  const node_t* const nodes = qs;
+  const segment_t* const segs = seg;
+  qorInt32 r = root;
+  // A well-formed structure is acyclic, so a descent visits each node at most
+  // once; the step count only guards against a damaged one.
+  for (qorInt32 steps = 0; steps < NODESIZE; ++steps) {
+    if (r <= 0 || r >= NODESIZE) locateFailed(__LINE__);
+    const node_t* node = &nodes[r];
+    const qorInt32 type = node->type;
+    if (type == NODE_Y) {
+      const point_t* key = &node->y_key;
+      bool above;
+      if (qorGreaterThan(p, key))
+        above = true;
+      else if (qorEqualTo(p, key))
+        above = qorGreaterThan(other, key);
       else
-        r = node->left;
-      return false;
-    case NODE_X: {
+        above = false;
+      r = above ? node->right : node->left;
+    } else if (type == NODE_X) {
       const qorInt32 k = node->seg_index;
       if (k <= 0 || k >= SEGSIZE) locateFailed(__LINE__);
-      if (qorEqualTo(p, &seg[k].start) || qorEqualTo(p, &seg[k].end)) {
+      const segment_t* s = &segs[k];
+      // The height tests of the endpoint comparisons are those that start
+      // the side test (|a - b| and |b - a| are the same number).
+      const bool levelStart = std::fabs(p->y - s->start.y) <= EPSILON;
+      const bool levelEnd = std::fabs(p->y - s->end.y) <= EPSILON;
+      bool left;
+      if ((levelStart && std::fabs(p->x - s->start.x) <= EPSILON) ||
+          (levelEnd && std::fabs(p->x - s->end.x) <= EPSILON)) {
         if (std::fabs(p->y - other->y) <= EPSILON)  // a horizontal segment
-          r = other->x < p->x ? node->left : node->right;
+          left = other->x < p->x;
         else
-          r = is_left_of(k, other) ? node->left : node->right;
+          left = leftOf(s, other);
+      } else if (levelEnd) {
+        left = p->x < s->end.x;
+      } else if (levelStart) {
+        left = p->x < s->start.x;
       } else {
-        r = is_left_of(k, p) ? node->left : node->right;
+        left = leftOf(s, p);
       }
-      return false;
-    }
-    default:
+      r = left ? node->left : node->right;
+    } else if (type == NODE_SINK) {
+      return node->trap_index;
+    } else {
       locateFailed(__LINE__);
+    }
+  }
+  locateFailed(__LINE__);
+}
+
+qorInt32 locate_endpoint(point_t* p, point_t* other, qorInt32 root) { return qorLocate(p, other, root); }
+
+namespace {
+
+// The body of merge_trapezoids().
+void mergeAlong(qorInt32 segment, qorInt32 first, qorInt32 last, qorInt32 side) {
+  if (last < 0 || last >= TRAPSIZE) return;
+  trap_t* const traps = tr;
+  qorInt32 t = first;
+  // Every pass either marks a trapezoid merged or moves down to another one,
+  // so a sound map needs fewer passes than there are trapezoids.
+  for (qorInt32 passes = 0; t > 0 && qorGreaterThanEqualTo(&traps[t].bottom, &traps[last].bottom); ++passes) {
+    if (t >= tr_idx || passes > 2 * TRAPSIZE) qorThrow("merge_trapezoids: internal error", kUnit, __LINE__);
+    trap_t& T = traps[t];
+    qorInt32 n = T.down0;
+    bool along = n > 0 && (side == SIDE_LEFT ? traps[n].right_seg : traps[n].left_seg) == segment;
+    if (!along) {
+      n = T.down1;
+      along = n > 0 && (side == SIDE_LEFT ? traps[n].right_seg : traps[n].left_seg) == segment;
+    }
+    if (!along) {
+      t = T.down1;
+      continue;
+    }
+    trap_t& N = traps[n];
+    if (T.left_seg == N.left_seg && T.right_seg == N.right_seg) {
+      const qorInt32 p = qs[N.sink].parent;
+      if (p <= 0 || p >= q_idx) qorThrow("merge_trapezoids: internal error", kUnit, __LINE__);
+      if (qs[p].left == N.sink)
+        qs[p].left = T.sink;
+      else
+        qs[p].right = T.sink;
+
+      T.down0 = N.down0;
+      if (T.down0 > 0) {
+        if (traps[T.down0].up0 == n)
+          traps[T.down0].up0 = t;
+        else if (traps[T.down0].up1 == n)
+          traps[T.down0].up1 = t;
+      }
+      T.down1 = N.down1;
+      if (T.down1 > 0) {
+        if (traps[T.down1].up0 == n)
+          traps[T.down1].up0 = t;
+        else if (traps[T.down1].up1 == n)
+          traps[T.down1].up1 = t;
+      }
+      T.bottom = N.bottom;
+      N.state = TRAP_MERGED;
+    } else {
+      t = n;
+    }
   }
 }
 
 }  // namespace
 
-qorInt32 locate_endpoint(point_t* p, point_t* other, qorInt32 root) {
-  qorInt32 r = root;
-  qorInt32 trap = 0;
-  // A well-formed structure is acyclic, so a descent visits each node at most
-  // once; the step count only guards against a damaged one.
-  for (qorInt32 steps = 0; steps < NODESIZE; ++steps)
-    if (locateStep(r, p, other, &trap)) return trap;
-  locateFailed(__LINE__);
+qorInt32 merge_trapezoids(qorInt32 segment, qorInt32 first, qorInt32 last, qorInt32 side) {
+  mergeAlong(segment, first, last, side);
+  return 0;
 }
 
 qorInt32 add_segment(qorInt32 segment) {
+  qorAddSegment(segment);
+  return 0;
+}
+
+void qorAddSegment(qorInt32 segment) {
   if (segment <= 0 || segment >= SEGSIZE) insertionFailed(__LINE__);
+  trap_t* const traps = tr;
+  node_t* const nodes = qs;
   segment_t s = seg[segment];
   bool swapped = false;
   if (qorGreaterThan(&s.end, &s.start)) {
@@ -331,53 +412,55 @@ qorInt32 add_segment(qorInt32 segment) {
   // From here s.start is the upper endpoint and s.end the lower.
 
   qorInt32 first;
-  if (inserted(segment, swapped ? LAST_POINT : FIRST_POINT)) {
-    first = linked(locate_endpoint(&s.start, &s.end, s.root_start), __LINE__);
+  if (neighbourInserted(segment, swapped ? LAST_POINT : FIRST_POINT)) {
+    first = linked(qorLocate(&s.start, &s.end, s.root_start), __LINE__);
   } else {
-    const qorInt32 tu = linked(locate_endpoint(&s.start, &s.end, s.root_start), __LINE__);
+    const qorInt32 tu = linked(qorLocate(&s.start, &s.end, s.root_start), __LINE__);
     first = splitHorizontally(segment, tu, s.start);
   }
 
   qorInt32 last;
   bool bottomPresent = false;
-  if (inserted(segment, swapped ? FIRST_POINT : LAST_POINT)) {
-    last = linked(locate_endpoint(&s.end, &s.start, s.root_end), __LINE__);
+  if (neighbourInserted(segment, swapped ? FIRST_POINT : LAST_POINT)) {
+    last = linked(qorLocate(&s.end, &s.start, s.root_end), __LINE__);
     bottomPresent = true;
   } else {
-    const qorInt32 tu = linked(locate_endpoint(&s.end, &s.start, s.root_end), __LINE__);
+    const qorInt32 tu = linked(qorLocate(&s.end, &s.start, s.root_end), __LINE__);
     splitHorizontally(segment, tu, s.end);
     last = tu;
   }
 
-  const qorInt32 k = swapped ? seg[segment].prev : seg[segment].next;
+  qorInt32 k = swapped ? seg[segment].prev : seg[segment].next;
+  if (!(k > 0 && k < SEGSIZE)) k = 0;
   qorInt32 firstRight = 0;
   qorInt32 lastRight = 0;
   qorInt32 t = first;
-  while (t > 0 && qorGreaterThanEqualTo(&tr[t].bottom, &tr[last].bottom)) {
+  while (t > 0 && qorGreaterThanEqualTo(&traps[t].bottom, &traps[last].bottom)) {
     if (t >= tr_idx) insertionFailed(__LINE__);
-    const qorInt32 sk = tr[t].sink;
-    const qorInt32 i1 = newnode();
-    const qorInt32 i2 = newnode();
-    qs[sk].type = NODE_X;
-    qs[sk].seg_index = segment;
-    qs[sk].left = i1;
-    qs[sk].right = i2;
-    qs[i1].type = NODE_SINK;
-    qs[i1].trap_index = t;
-    qs[i1].parent = sk;
-    qs[i2].type = NODE_SINK;
-    qs[i2].parent = sk;
-    const qorInt32 tn = newtrap();
-    qs[i2].trap_index = tn;
+    const qorInt32 sk = traps[t].sink;
+    const qorInt32 i1 = issueNode();
+    const qorInt32 i2 = issueNode();
+    nodes[sk].type = NODE_X;
+    nodes[sk].seg_index = segment;
+    nodes[sk].left = i1;
+    nodes[sk].right = i2;
+    nodes[i1].type = NODE_SINK;
+    nodes[i1].trap_index = t;
+    nodes[i1].parent = sk;
+    nodes[i2].type = NODE_SINK;
+    nodes[i2].parent = sk;
+    const qorInt32 tn = issueTrap();
+    nodes[i2].trap_index = tn;
 
     if (t == first) firstRight = tn;
-    if (qorEqualTo(&tr[t].bottom, &tr[last].bottom)) lastRight = tn;
+    const bool atLast = qorEqualTo(&traps[t].bottom, &traps[last].bottom);
+    if (atLast) lastRight = tn;
 
-    tr[tn] = tr[t];
-    tr[t].sink = i1;
-    tr[tn].sink = i2;
-    trap_t& T = tr[t];
-    trap_t& TN = tr[tn];
+    traps[tn] = traps[t];
+    traps[t].sink = i1;
+    traps[tn].sink = i2;
+    trap_t& T = traps[t];
+    trap_t& TN = traps[tn];
     if (T.down0 <= 0 && T.down1 <= 0) insertionFailed(__LINE__);
 
     // Upper links.
@@ -387,52 +470,55 @@ qorInt32 add_segment(qorInt32 segment) {
           TN.up0 = T.up1;
           T.up1 = -1;
           TN.up1 = T.up_save;
-          tr[T.up0].down0 = t;
-          tr[linked(TN.up0, __LINE__)].down0 = tn;
-          tr[linked(TN.up1, __LINE__)].down0 = tn;
+          traps[T.up0].down0 = t;
+          traps[linked(TN.up0, __LINE__)].down0 = tn;
+          traps[linked(TN.up1, __LINE__)].down0 = tn;
         } else {
           TN.up1 = -1;
           TN.up0 = T.up1;
           T.up1 = T.up0;
           T.up0 = T.up_save;
-          tr[linked(T.up0, __LINE__)].down0 = t;
-          tr[linked(T.up1, __LINE__)].down0 = t;
-          tr[linked(TN.up0, __LINE__)].down0 = tn;
+          traps[linked(T.up0, __LINE__)].down0 = t;
+          traps[linked(T.up1, __LINE__)].down0 = t;
+          traps[linked(TN.up0, __LINE__)].down0 = tn;
         }
         T.up_save = TN.up_save = 0;
       } else {
         TN.up0 = T.up1;
         T.up1 = TN.up1 = -1;
-        tr[TN.up0].down0 = tn;
+        traps[TN.up0].down0 = tn;
       }
     } else {
       const qorInt32 u = linked(T.up0, __LINE__);
-      if (tr[u].down0 > 0 && tr[u].down1 > 0) {  // an upward cusp
-        const qorInt32 r = tr[tr[u].down0].right_seg;
-        if (r > 0 && r < SEGSIZE && !is_left_of(r, &s.end)) {
+      if (traps[u].down0 > 0 && traps[u].down1 > 0) {  // an upward cusp
+        const qorInt32 r = traps[traps[u].down0].right_seg;
+        if (r > 0 && r < SEGSIZE && !leftOf(&seg[r], &s.end)) {
           T.up0 = T.up1 = TN.up1 = -1;
-          tr[linked(TN.up0, __LINE__)].down1 = tn;
+          traps[linked(TN.up0, __LINE__)].down1 = tn;
         } else {
           TN.up0 = TN.up1 = T.up1 = -1;
-          tr[linked(T.up0, __LINE__)].down0 = t;
+          traps[linked(T.up0, __LINE__)].down0 = t;
         }
       } else {  // a fresh segment
-        tr[u].down0 = t;
-        tr[u].down1 = tn;
+        traps[u].down0 = t;
+        traps[u].down1 = tn;
       }
     }
 
-    // Lower links and the next trapezoid.
-    const bool triangle = bottomPresent && sameBottom(T, tr[last]);
+    // Lower links and the next trapezoid. The bottoms of t and last are the
+    // same exactly when atLast holds (the same test written out).
+    const bool triangle = bottomPresent && atLast;
     qorInt32 next;
     if (T.down0 > 0 && T.down1 <= 0) {
       linked(T.down0, __LINE__);
-      if (triangle && !(k > 0 && k < SEGSIZE && is_left_of(k, &s.start))) linked(TN.down0, __LINE__);
-      next = threadIntoSingle(t, tn, true, triangle, k > 0 && k < SEGSIZE ? k : 0, &s.start);
+      const bool kLeft = triangle && k > 0 && leftOf(&seg[k], &s.start);
+      if (triangle && !kLeft) linked(TN.down0, __LINE__);
+      next = threadIntoSingle(t, tn, true, triangle, kLeft);
     } else if (T.down1 > 0 && T.down0 <= 0) {
       linked(T.down1, __LINE__);
-      if (triangle && !(k > 0 && k < SEGSIZE && is_left_of(k, &s.start))) linked(TN.down1, __LINE__);
-      next = threadIntoSingle(t, tn, false, triangle, k > 0 && k < SEGSIZE ? k : 0, &s.start);
+      const bool kLeft = triangle && k > 0 && leftOf(&seg[k], &s.start);
+      if (triangle && !kLeft) linked(TN.down1, __LINE__);
+      next = threadIntoSingle(t, tn, false, triangle, kLeft);
     } else {
       const qorInt32 d0 = linked(T.down0, __LINE__);
       const qorInt32 d1 = linked(T.down1, __LINE__);
@@ -446,25 +532,25 @@ qorInt32 add_segment(qorInt32 segment) {
         intoDown0 = qorLessThan(&q, &T.bottom);
       }
       if (triangle) {
-        tr[d0].up0 = t;
-        tr[d0].up1 = -1;
-        tr[d1].up0 = tn;
-        tr[d1].up1 = -1;
+        traps[d0].up0 = t;
+        traps[d0].up1 = -1;
+        traps[d1].up0 = tn;
+        traps[d1].up1 = -1;
         TN.down0 = T.down1;
         T.down1 = TN.down1 = -1;
         next = T.down1;
       } else if (intoDown0) {
-        tr[d0].up0 = t;
-        tr[d0].up1 = tn;
-        tr[d1].up0 = tn;
-        tr[d1].up1 = -1;
+        traps[d0].up0 = t;
+        traps[d0].up1 = tn;
+        traps[d1].up0 = tn;
+        traps[d1].up1 = -1;
         T.down1 = -1;
         next = T.down0;
       } else {
-        tr[d0].up0 = t;
-        tr[d0].up1 = -1;
-        tr[d1].up0 = t;
-        tr[d1].up1 = tn;
+        traps[d0].up0 = t;
+        traps[d0].up1 = -1;
+        traps[d1].up0 = t;
+        traps[d1].up1 = tn;
         TN.down0 = T.down1;
         TN.down1 = -1;
         next = T.down1;
@@ -476,58 +562,7 @@ qorInt32 add_segment(qorInt32 segment) {
     t = next;
   }
 
-  merge_trapezoids(segment, first, last, SIDE_LEFT);
-  merge_trapezoids(segment, firstRight, lastRight, SIDE_RIGHT);
+  mergeAlong(segment, first, last, SIDE_LEFT);
+  mergeAlong(segment, firstRight, lastRight, SIDE_RIGHT);
   seg[segment].in_tree = 1;
-  return 0;
-}
-
-qorInt32 merge_trapezoids(qorInt32 segment, qorInt32 first, qorInt32 last, qorInt32 side) {
-  if (last < 0 || last >= TRAPSIZE) return 0;
-  qorInt32 t = first;
-  // Every pass either marks a trapezoid merged or moves down to another one,
-  // so a sound map needs fewer passes than there are trapezoids.
-  for (qorInt32 passes = 0; t > 0 && qorGreaterThanEqualTo(&tr[t].bottom, &tr[last].bottom); ++passes) {
-    if (t >= tr_idx || passes > 2 * TRAPSIZE) qorThrow("merge_trapezoids: internal error", kUnit, __LINE__);
-    trap_t& T = tr[t];
-    qorInt32 n = T.down0;
-    bool along = n > 0 && (side == SIDE_LEFT ? tr[n].right_seg : tr[n].left_seg) == segment;
-    if (!along) {
-      n = T.down1;
-      along = n > 0 && (side == SIDE_LEFT ? tr[n].right_seg : tr[n].left_seg) == segment;
-    }
-    if (!along) {
-      t = T.down1;
-      continue;
-    }
-    trap_t& N = tr[n];
-    if (T.left_seg == N.left_seg && T.right_seg == N.right_seg) {
-      const qorInt32 p = qs[N.sink].parent;
-      if (p <= 0 || p >= q_idx) qorThrow("merge_trapezoids: internal error", kUnit, __LINE__);
-      if (qs[p].left == N.sink)
-        qs[p].left = T.sink;
-      else
-        qs[p].right = T.sink;
-
-      T.down0 = N.down0;
-      if (T.down0 > 0) {
-        if (tr[T.down0].up0 == n)
-          tr[T.down0].up0 = t;
-        else if (tr[T.down0].up1 == n)
-          tr[T.down0].up1 = t;
-      }
-      T.down1 = N.down1;
-      if (T.down1 > 0) {
-        if (tr[T.down1].up0 == n)
-          tr[T.down1].up0 = t;
-        else if (tr[T.down1].up1 == n)
-          tr[T.down1].up1 = t;
-      }
-      T.bottom = N.bottom;
-      N.state = TRAP_MERGED;
-    } else {
-      t = n;
-    }
-  }
-  return 0;
 }

@@ -12,6 +12,11 @@
 // trapezoid at or beyond it is zero.
 QOR_HIDDEN qorInt32 qorTrapLimit();
 
+// locate_endpoint() and add_segment() for the library's own callers: direct
+// calls instead of calls through the PLT.
+QOR_HIDDEN qorInt32 qorLocate(const point_t* p, const point_t* other, qorInt32 root);
+QOR_HIDDEN void qorAddSegment(qorInt32 segment);
+
 // The point comparisons, inline for the library's own hot loops (the exported
 // _greater_than and its kin are calls through the PLT).
 inline qorInt32 qorGreaterThan(const point_t* a, const point_t* b) {

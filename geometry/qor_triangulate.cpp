@@ -120,6 +120,81 @@ inline qorInt32 checkedSeg(qorInt32 s, unsigned long line) {
 // vertex at its end.
 inline qorInt32 endVertex(qorInt32 s, unsigned long line) { return seg[checkedSeg(s, line)].next; }
 
+// The body of get_angle().
+inline double angleAt(const point_t* o, const point_t* p1, const point_t* p2) {
+  const double ux = p1->x - o->x, uy = p1->y - o->y;
+  const double wx = p2->x - o->x, wy = p2->y - o->y;
+  const double cosine = (ux * wx + uy * wy) / std::sqrt(ux * ux + uy * uy) / std::sqrt(wx * wx + wy * wy);
+  if (ux * wy - uy * wx >= 0) return cosine;
+  return -cosine - 2.0;
+}
+
+// The slot of vertex v whose chain a diagonal to vertex w splits: among the
+// slots with a next vertex, the one with the largest angle (the lowest slot on
+// ties, slot 0 when none qualifies). Slots from next_free on are empty, so a
+// vertex without diagonals has only slot 0 and needs no angle.
+inline qorInt32 chainSlot(const vertex_t* v, const vertex_t* w) {
+  if (v->next_free <= 1) return 0;
+  double best = -4.0;
+  qorInt32 slot = 0;
+  for (qorInt32 i = 0; i < 4; ++i) {
+    if (v->next_vert[i] <= 0) continue;
+    const double angle = angleAt(&v->pt, &vert[v->next_vert[i]].pt, &w->pt);
+    if (angle > best) {
+      best = angle;
+      slot = i;
+    }
+  }
+  return slot;
+}
+
+// The body of make_new_monotone_poly().
+qorInt32 splitMonotone(qorInt32 poly, qorInt32 a, qorInt32 b) {
+  // Everything is checked before anything changes.
+  if (a <= 0 || b <= 0 || a > currentVertices || b > currentVertices || poly < 0 || poly > mon_idx)
+    walkFailed(__LINE__);
+  vertex_t* va = &vert[a];
+  vertex_t* vb = &vert[b];
+  if (va->next_free >= 4 || vb->next_free >= 4)
+    qorThrow("make_new_monotone_poly: more than three diagonals at one vertex", kUnit, __LINE__);
+  if (mon_idx + 1 >= SEGSIZE) qorThrow("make_new_monotone_poly: monotone-polygon table overflow", kUnit, __LINE__);
+  if (chain_idx + 2 >= kChainSize) qorThrow("make_new_monotone_poly: chain table overflow", kUnit, __LINE__);
+
+  const qorInt32 m = newmon();
+  const qorInt32 ip = chainSlot(va, vb);
+  const qorInt32 iq = chainSlot(vb, va);
+  const qorInt32 p = va->chain_pos[ip];
+  const qorInt32 q = vb->chain_pos[iq];
+  const qorInt32 i = new_chain_element();
+  const qorInt32 j = new_chain_element();
+  chain_t* const ch = mchain;
+  ch[i].vertex = a;
+  ch[j].vertex = b;
+
+  ch[i].next = ch[p].next;
+  ch[ch[p].next].prev = i;
+  ch[i].prev = j;
+  ch[j].next = i;
+  ch[j].prev = ch[q].prev;
+  ch[ch[q].prev].next = j;
+  ch[p].next = q;
+  ch[q].prev = p;
+
+  const qorInt32 nf0 = va->next_free;
+  const qorInt32 nf1 = vb->next_free;
+  va->next_vert[ip] = b;
+  va->chain_pos[nf0] = i;
+  va->next_vert[nf0] = ch[ch[i].next].vertex;
+  vb->chain_pos[nf1] = j;
+  vb->next_vert[nf1] = a;
+  va->next_free++;
+  vb->next_free++;
+
+  mon[poly] = p;
+  mon[m] = i;
+  return m;
+}
+
 // Expands one visit of the walk: adds the diagonal its case calls for and
 // pushes the neighbours to visit, so that they pop in the listed order.
 class Walker {
@@ -139,10 +214,10 @@ class Walker {
       if (D == 2) {  // downward-opening triangle
         const qorInt32 a = checkedSeg(tr[down1].left_seg, __LINE__), b = checkedSeg(T->left_seg, __LINE__);
         if (from == down1) {
-          const qorInt32 m = make_new_monotone_poly(poly, b, a);
+          const qorInt32 m = splitMonotone(poly, b, a);
           add(poly, down1, false), add(m, down0, false);
         } else {
-          const qorInt32 m = make_new_monotone_poly(poly, a, b);
+          const qorInt32 m = splitMonotone(poly, a, b);
           add(poly, down0, false), add(m, down1, false);
         }
       } else {
@@ -152,10 +227,10 @@ class Walker {
       if (U == 2) {  // upward-opening triangle
         const qorInt32 a = checkedSeg(T->right_seg, __LINE__), b = checkedSeg(tr[up0].right_seg, __LINE__);
         if (from == up1) {
-          const qorInt32 m = make_new_monotone_poly(poly, b, a);
+          const qorInt32 m = splitMonotone(poly, b, a);
           add(poly, up1, true), add(m, up0, true);
         } else {
-          const qorInt32 m = make_new_monotone_poly(poly, a, b);
+          const qorInt32 m = splitMonotone(poly, a, b);
           add(poly, up0, true), add(m, up1, true);
         }
       } else {
@@ -164,10 +239,10 @@ class Walker {
     } else if (U == 2 && D == 2) {
       const qorInt32 a = checkedSeg(tr[down1].left_seg, __LINE__), b = checkedSeg(tr[up0].right_seg, __LINE__);
       if ((dir == FROM_DOWN && from == down1) || (dir == FROM_UP && from == up1)) {
-        const qorInt32 m = make_new_monotone_poly(poly, b, a);
+        const qorInt32 m = splitMonotone(poly, b, a);
         add(poly, up1, true), add(poly, down1, false), add(m, up0, true), add(m, down0, false);
       } else {
-        const qorInt32 m = make_new_monotone_poly(poly, a, b);
+        const qorInt32 m = splitMonotone(poly, a, b);
         add(poly, up0, true), add(poly, down0, false), add(m, up1, true), add(m, down1, false);
       }
     } else if (U == 2) {  // D == 1
@@ -175,19 +250,19 @@ class Walker {
       if (qorEqualTo(&T->bottom, &seg[ls].end)) {
         const qorInt32 a = checkedSeg(tr[up0].right_seg, __LINE__), b = endVertex(ls, __LINE__);
         if (dir == FROM_UP && from == up0) {
-          const qorInt32 m = make_new_monotone_poly(poly, b, a);
+          const qorInt32 m = splitMonotone(poly, b, a);
           add(poly, up0, true), add(m, down0, false), add(m, up1, true), add(m, down1, false);
         } else {
-          const qorInt32 m = make_new_monotone_poly(poly, a, b);
+          const qorInt32 m = splitMonotone(poly, a, b);
           add(poly, up1, true), add(poly, down0, false), add(poly, down1, false), add(m, up0, true);
         }
       } else {
         const qorInt32 a = checkedSeg(T->right_seg, __LINE__), b = checkedSeg(tr[up0].right_seg, __LINE__);
         if (dir == FROM_UP && from == up1) {
-          const qorInt32 m = make_new_monotone_poly(poly, b, a);
+          const qorInt32 m = splitMonotone(poly, b, a);
           add(poly, up1, true), add(m, down1, false), add(m, down0, false), add(m, up0, true);
         } else {
-          const qorInt32 m = make_new_monotone_poly(poly, a, b);
+          const qorInt32 m = splitMonotone(poly, a, b);
           add(poly, up0, true), add(poly, down0, false), add(poly, down1, false), add(m, up1, true);
         }
       }
@@ -196,19 +271,19 @@ class Walker {
       if (qorEqualTo(&T->top, &seg[ls].start)) {
         const qorInt32 a = checkedSeg(tr[down1].left_seg, __LINE__), b = ls;
         if (!(dir == FROM_DOWN && from == down0)) {
-          const qorInt32 m = make_new_monotone_poly(poly, b, a);
+          const qorInt32 m = splitMonotone(poly, b, a);
           add(poly, up1, true), add(poly, down1, false), add(poly, up0, true), add(m, down0, false);
         } else {
-          const qorInt32 m = make_new_monotone_poly(poly, a, b);
+          const qorInt32 m = splitMonotone(poly, a, b);
           add(poly, down0, false), add(m, up0, true), add(m, up1, true), add(m, down1, false);
         }
       } else {
         const qorInt32 a = checkedSeg(tr[down1].left_seg, __LINE__), b = endVertex(T->right_seg, __LINE__);
         if (dir == FROM_DOWN && from == down1) {
-          const qorInt32 m = make_new_monotone_poly(poly, b, a);
+          const qorInt32 m = splitMonotone(poly, b, a);
           add(poly, down1, false), add(m, up1, true), add(m, up0, true), add(m, down0, false);
         } else {
-          const qorInt32 m = make_new_monotone_poly(poly, a, b);
+          const qorInt32 m = splitMonotone(poly, a, b);
           add(poly, up0, true), add(poly, down0, false), add(poly, up1, true), add(m, down1, false);
         }
       }
@@ -225,10 +300,10 @@ class Walker {
       if (a == 0) {
         add(poly, up0, true), add(poly, down0, false), add(poly, up1, true), add(poly, down1, false);
       } else if (dir == FROM_UP) {
-        const qorInt32 m = make_new_monotone_poly(poly, b, a);
+        const qorInt32 m = splitMonotone(poly, b, a);
         add(poly, up0, true), add(poly, up1, true), add(m, down1, false), add(m, down0, false);
       } else {
-        const qorInt32 m = make_new_monotone_poly(poly, a, b);
+        const qorInt32 m = splitMonotone(poly, a, b);
         add(poly, down1, false), add(poly, down0, false), add(m, up0, true), add(m, up1, true);
       }
     }
@@ -260,8 +335,10 @@ class Walker {
 // ---------------------------------------------------------------------------
 // Random order and the driver of the trapezoidation.
 
-qorInt32 generate_random_ordering(qorInt32 n) {
-  if (n < 0 || n >= SEGSIZE) qorThrow("generate_random_ordering: more than 8191 segments", kUnit, __LINE__);
+namespace {
+
+// The body of generate_random_ordering() for 0 <= n < SEGSIZE.
+void drawOrder(qorInt32 n) {
   choose_idx = 1;
   struct timeval now;
   gettimeofday(&now, nullptr);
@@ -273,19 +350,60 @@ qorInt32 generate_random_ordering(qorInt32 n) {
     permute[i] = pool[i + m - 1];
     if (m != 1) pool[i + m - 1] = pool[i];
   }
-  return 0;
 }
 
-qorInt32 choose_segment() {
+// The body of choose_segment().
+inline qorInt32 nextSegment() {
   if (choose_idx <= 0 || choose_idx >= SEGSIZE) qorThrow("choose_segment: permutation exhausted", kUnit, __LINE__);
   return permute[choose_idx++];
 }
+
+// The body of find_new_roots().
+inline void relocateRoots(segment_t* s) {
+  if (s->in_tree) return;
+  s->root_start = tr[qorLocate(&s->start, &s->end, s->root_start)].sink;
+  s->root_end = tr[qorLocate(&s->end, &s->start, s->root_end)].sink;
+}
+
+// The phase bounds of construct_trapezoids() for one segment count:
+// bound[h] = math_N(n, h) for h = 0..phases, phases = math_logstar_n(n).
+// Remembered from the previous call, since most callers repeat their counts.
+struct PhasePlan {
+  qorInt32 n = -1;
+  qorInt32 phases = 0;
+  qorInt32 bound[8] = {};
+};
+PhasePlan phasePlan;
+
+const PhasePlan& planFor(qorInt32 n) {
+  if (phasePlan.n != n) {
+    PhasePlan plan;
+    plan.phases = math_logstar_n(n);
+    // log* of a table-sized count is at most 4.
+    if (plan.phases < 0 || plan.phases >= 8)
+      qorThrow("construct_trapezoids: segment count outside 1..8191", kUnit, __LINE__);
+    for (qorInt32 h = 0; h <= plan.phases; ++h) plan.bound[h] = math_N(n, h);
+    plan.n = n;
+    phasePlan = plan;
+  }
+  return phasePlan;
+}
+
+}  // namespace
+
+qorInt32 generate_random_ordering(qorInt32 n) {
+  if (n < 0 || n >= SEGSIZE) qorThrow("generate_random_ordering: more than 8191 segments", kUnit, __LINE__);
+  drawOrder(n);
+  return 0;
+}
+
+qorInt32 choose_segment() { return nextSegment(); }
 
 qorInt32 initialise(qorInt32 n) {
   if (n < 0 || n >= SEGSIZE) qorThrow("initialise: more than 8191 segments", kUnit, __LINE__);
   if (n + 1 > segUsed) segUsed = n + 1;
   for (qorInt32 i = 1; i <= n; ++i) seg[i].in_tree = 0;
-  generate_random_ordering(n);
+  drawOrder(n);
   return 0;
 }
 
@@ -307,31 +425,31 @@ qorInt32 math_N(qorInt32 n, qorInt32 h) {
 }
 
 qorInt32 find_new_roots(qorInt32 segment) {
-  segment_t* s = &seg[segment];
-  if (s->in_tree) return 0;
-  s->root_start = tr[locate_endpoint(&s->start, &s->end, s->root_start)].sink;
-  s->root_end = tr[locate_endpoint(&s->end, &s->start, s->root_end)].sink;
+  relocateRoots(&seg[segment]);
   return 0;
 }
 
 qorInt32 construct_trapezoids(qorInt32 n) {
   if (n < 1 || n >= SEGSIZE) qorThrow("construct_trapezoids: segment count outside 1..8191", kUnit, __LINE__);
-  const qorInt32 root = init_query_structure(choose_segment());
-  for (qorInt32 i = 1; i <= n; ++i) seg[i].root_start = seg[i].root_end = root;
-  const qorInt32 phases = math_logstar_n(n);
-  for (qorInt32 h = 1; h <= phases; ++h) {
-    const qorInt32 end = math_N(n, h);
-    for (qorInt32 i = math_N(n, h - 1) + 1; i <= end; ++i) add_segment(choose_segment());
-    for (qorInt32 i = 1; i <= n; ++i) find_new_roots(i);
+  const PhasePlan& plan = planFor(n);
+  const qorInt32 root = init_query_structure(nextSegment());
+  segment_t* const segs = seg;
+  for (qorInt32 i = 1; i <= n; ++i) segs[i].root_start = segs[i].root_end = root;
+  for (qorInt32 h = 1; h <= plan.phases; ++h) {
+    for (qorInt32 i = plan.bound[h - 1] + 1; i <= plan.bound[h]; ++i) qorAddSegment(nextSegment());
+    for (qorInt32 i = 1; i <= n; ++i) relocateRoots(&segs[i]);
   }
-  for (qorInt32 i = math_N(n, phases) + 1; i <= n; ++i) add_segment(choose_segment());
+  for (qorInt32 i = plan.bound[plan.phases] + 1; i <= n; ++i) qorAddSegment(nextSegment());
   return 0;
 }
 
 // ---------------------------------------------------------------------------
 // Monotone decomposition.
 
-qorInt32 inside_polygon(trap_t* t) {
+namespace {
+
+// The body of inside_polygon().
+inline qorInt32 insideTrap(const trap_t* t) {
   const qorInt32 rseg = t->right_seg;
   if (t->state == TRAP_MERGED) return 0;
   if (t->left_seg <= 0 || rseg <= 0 || rseg >= SEGSIZE) return 0;
@@ -340,87 +458,19 @@ qorInt32 inside_polygon(trap_t* t) {
   return 0;
 }
 
-double get_angle(point_t* o, point_t* p1, point_t* p2) {
-  const double ux = p1->x - o->x, uy = p1->y - o->y;
-  const double wx = p2->x - o->x, wy = p2->y - o->y;
-  const double cosine = (ux * wx + uy * wy) / std::sqrt(ux * ux + uy * uy) / std::sqrt(wx * wx + wy * wy);
-  if (ux * wy - uy * wx >= 0) return cosine;
-  return -cosine - 2.0;
-}
+}  // namespace
+
+qorInt32 inside_polygon(trap_t* t) { return insideTrap(t); }
+
+double get_angle(point_t* o, point_t* p1, point_t* p2) { return angleAt(o, p1, p2); }
 
 qorInt32 get_vertex_positions(qorInt32 a, qorInt32 b, qorInt32* ip, qorInt32* iq) {
-  vertex_t* va = &vert[a];
-  vertex_t* vb = &vert[b];
-  double best = -4.0;
-  qorInt32 slot = 0;
-  for (qorInt32 i = 0; i < 4; ++i) {
-    if (va->next_vert[i] <= 0) continue;
-    const double angle = get_angle(&va->pt, &vert[va->next_vert[i]].pt, &vb->pt);
-    if (angle > best) {
-      best = angle;
-      slot = i;
-    }
-  }
-  *ip = slot;
-
-  best = -4.0;
-  slot = 0;
-  for (qorInt32 i = 0; i < 4; ++i) {
-    if (vb->next_vert[i] <= 0) continue;
-    const double angle = get_angle(&vb->pt, &vert[vb->next_vert[i]].pt, &va->pt);
-    if (angle > best) {
-      best = angle;
-      slot = i;
-    }
-  }
-  *iq = slot;
+  *ip = chainSlot(&vert[a], &vert[b]);
+  *iq = chainSlot(&vert[b], &vert[a]);
   return 0;
 }
 
-qorInt32 make_new_monotone_poly(qorInt32 poly, qorInt32 a, qorInt32 b) {
-  // Everything is checked before anything changes.
-  if (a <= 0 || b <= 0 || a > currentVertices || b > currentVertices || poly < 0 || poly > mon_idx)
-    walkFailed(__LINE__);
-  vertex_t* va = &vert[a];
-  vertex_t* vb = &vert[b];
-  if (va->next_free >= 4 || vb->next_free >= 4)
-    qorThrow("make_new_monotone_poly: more than three diagonals at one vertex", kUnit, __LINE__);
-  if (mon_idx + 1 >= SEGSIZE) qorThrow("make_new_monotone_poly: monotone-polygon table overflow", kUnit, __LINE__);
-  if (chain_idx + 2 >= kChainSize) qorThrow("make_new_monotone_poly: chain table overflow", kUnit, __LINE__);
-
-  const qorInt32 m = newmon();
-  qorInt32 ip, iq;
-  get_vertex_positions(a, b, &ip, &iq);
-  const qorInt32 p = va->chain_pos[ip];
-  const qorInt32 q = vb->chain_pos[iq];
-  const qorInt32 i = new_chain_element();
-  const qorInt32 j = new_chain_element();
-  mchain[i].vertex = a;
-  mchain[j].vertex = b;
-
-  mchain[i].next = mchain[p].next;
-  mchain[mchain[p].next].prev = i;
-  mchain[i].prev = j;
-  mchain[j].next = i;
-  mchain[j].prev = mchain[q].prev;
-  mchain[mchain[q].prev].next = j;
-  mchain[p].next = q;
-  mchain[q].prev = p;
-
-  const qorInt32 nf0 = va->next_free;
-  const qorInt32 nf1 = vb->next_free;
-  va->next_vert[ip] = b;
-  va->chain_pos[nf0] = i;
-  va->next_vert[nf0] = mchain[mchain[i].next].vertex;
-  vb->chain_pos[nf1] = j;
-  vb->next_vert[nf1] = a;
-  va->next_free++;
-  vb->next_free++;
-
-  mon[poly] = p;
-  mon[m] = i;
-  return m;
-}
+qorInt32 make_new_monotone_poly(qorInt32 poly, qorInt32 a, qorInt32 b) { return splitMonotone(poly, a, b); }
 
 qorInt32 traverse_polygon(qorInt32 poly, qorInt32 t, qorInt32 from, qorInt32 dir) {
   // Depth first like a recursion over the neighbours, but with its own stack:
@@ -448,7 +498,7 @@ qorInt32 monotonate_trapezoids(qorInt32 n) {
   // Only issued trapezoids can pass the test; the rest of the table is zero.
   const qorInt32 limit = qorTrapLimit();
   qorInt32 start = 0;
-  while (start < limit && !inside_polygon(&tr[start])) ++start;
+  while (start < limit && !insideTrap(&tr[start])) ++start;
   if (start >= limit)
     qorThrow("monotonate_trapezoids: no trapezoid lies inside the polygon (do the contours run the wrong way?)", kUnit,
              __LINE__);
@@ -494,9 +544,8 @@ inline qorInt32 chainAt(qorInt32 pos) {
   return pos;
 }
 
-}  // namespace
-
-qorInt32 triangulate_single_polygon(qorInt32 nvert, qorInt32 top_pos, qorInt32 side, qorInt32 (*triangles)[3]) {
+// The body of triangulate_single_polygon().
+void sweepMonotone(qorInt32 nvert, qorInt32 top_pos, qorInt32 side, qorInt32 (*triangles)[3]) {
   qorInt32 rc[SEGSIZE];  // the reflex chain
   qorInt32 ri = 1;
   qorInt32 pos;
@@ -541,6 +590,12 @@ qorInt32 triangulate_single_polygon(qorInt32 nvert, qorInt32 top_pos, qorInt32 s
   if (ri < 1) walkFailed(__LINE__);
   checkRoom(__LINE__);
   emit(triangles, rc[ri - 1], rc[ri], v);
+}
+
+}  // namespace
+
+qorInt32 triangulate_single_polygon(qorInt32 nvert, qorInt32 top_pos, qorInt32 side, qorInt32 (*triangles)[3]) {
+  sweepMonotone(nvert, top_pos, side, triangles);
   return 0;
 }
 
@@ -588,9 +643,9 @@ qorInt32 triangulate_monotone_polygons(qorInt32 nvert, qorInt32 npolys, qorInt32
     } else {
       const qorInt32 after = mchain[chainAt(mchain[top_pos].next)].vertex;
       if (after > 0 && after < SEGSIZE && qorEqualTo(&vert[after].pt, &low))
-        triangulate_single_polygon(nvert, top_pos, SINGLE_LEFT, triangles);
+        sweepMonotone(nvert, top_pos, SINGLE_LEFT, triangles);
       else
-        triangulate_single_polygon(nvert, top_pos, SINGLE_RIGHT, triangles);
+        sweepMonotone(nvert, top_pos, SINGLE_RIGHT, triangles);
     }
   }
   return op_idx;
