@@ -35,18 +35,28 @@ struct HugePageHint {
 qorInt32 tr_idx = 1;
 qorInt32 q_idx = 1;
 
+// While a map is built without clearing the tables first (qorStartMap), the
+// entries from the counters up to these limits may still hold the previous
+// map; qorSettleMap clears them. 0 when nothing is pending.
+qorInt32 trStale = 0;
+qorInt32 qStale = 0;
+
 [[noreturn]] void insertionFailed(unsigned long line) { qorThrow("add_segment: internal error", kUnit, line); }
 
 // The bodies of newnode() and newtrap(), inline for the insertion below (the
 // exported functions are calls through the PLT).
+// Each writes the whole record it issues, so that it reads as zero-filled
+// even when the table was not cleared (see trStale).
 inline qorInt32 issueNode() {
   if (q_idx >= NODESIZE) qorThrow("newnode: Query-table overflow", kUnit, __LINE__);
+  qs[q_idx] = node_t{};
   return q_idx++;
 }
 
 inline qorInt32 issueTrap() {
   if (tr_idx >= TRAPSIZE) qorThrow("newtrap: Trapezoid-table overflow", kUnit, __LINE__);
   trap_t& t = tr[tr_idx];
+  t = trap_t{};
   t.left_seg = -1;
   t.right_seg = -1;
   t.state = TRAP_VALID;
@@ -181,13 +191,26 @@ qorInt32 newnode() { return issueNode(); }
 
 qorInt32 newtrap() { return issueTrap(); }
 
-qorInt32 init_query_structure(qorInt32 segment) {
+namespace {
+
+// The body of init_query_structure(); clearAll false leaves the clearing of
+// the previous map's entries to qorSettleMap.
+qorInt32 startMap(qorInt32 segment, bool clearAll) {
   if (segment <= 0 || segment >= SEGSIZE)
     qorThrow("init_query_structure: segment number out of range", kUnit, __LINE__);
 
-  // Only the entries below the counters can be non-zero (see tr_idx).
-  std::memset(tr, 0, sizeof(trap_t) * static_cast<size_t>(tr_idx));
-  std::memset(qs, 0, sizeof(node_t) * static_cast<size_t>(q_idx));
+  // Only the entries below the counters, or below the pending limits, can be
+  // non-zero (see tr_idx and trStale).
+  if (clearAll) {
+    std::memset(tr, 0, sizeof(trap_t) * static_cast<size_t>(tr_idx > trStale ? tr_idx : trStale));
+    std::memset(qs, 0, sizeof(node_t) * static_cast<size_t>(q_idx > qStale ? q_idx : qStale));
+    trStale = qStale = 0;
+  } else {
+    if (tr_idx > trStale) trStale = tr_idx;
+    if (q_idx > qStale) qStale = q_idx;
+    tr[0] = trap_t{};
+    qs[0] = node_t{};
+  }
   tr_idx = 1;
   q_idx = 1;
 
@@ -263,6 +286,18 @@ qorInt32 init_query_structure(qorInt32 segment) {
 
   s->in_tree = 1;
   return i1;
+}
+
+}  // namespace
+
+qorInt32 init_query_structure(qorInt32 segment) { return startMap(segment, true); }
+
+qorInt32 qorStartMap(qorInt32 segment) { return startMap(segment, false); }
+
+void qorSettleMap() {
+  if (trStale > tr_idx) std::memset(&tr[tr_idx], 0, sizeof(trap_t) * static_cast<size_t>(trStale - tr_idx));
+  if (qStale > q_idx) std::memset(&qs[q_idx], 0, sizeof(node_t) * static_cast<size_t>(qStale - q_idx));
+  trStale = qStale = 0;
 }
 
 qorInt32 is_left_of(qorInt32 segment, point_t* p) { return leftOf(&seg[segment], p); }

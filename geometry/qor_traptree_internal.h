@@ -17,6 +17,14 @@ QOR_HIDDEN qorInt32 qorTrapLimit();
 QOR_HIDDEN qorInt32 qorLocate(const point_t* p, const point_t* other, qorInt32 root);
 QOR_HIDDEN void qorAddSegment(qorInt32 segment);
 
+// init_query_structure() without clearing the tables: every entry the new
+// map issues is written whole, and qorSettleMap() then clears what is left of
+// the previous map beyond the counters. Between the two, entries beyond the
+// counters may hold old data; the tables read as after a full clear once
+// qorSettleMap() has run (call it on every exit, exceptions included).
+QOR_HIDDEN qorInt32 qorStartMap(qorInt32 segment);
+QOR_HIDDEN void qorSettleMap();
+
 // The point comparisons, inline for the library's own hot loops (the exported
 // _greater_than and its kin are calls through the PLT).
 inline qorInt32 qorGreaterThan(const point_t* a, const point_t* b) {

@@ -429,10 +429,14 @@ qorInt32 find_new_roots(qorInt32 segment) {
   return 0;
 }
 
-qorInt32 construct_trapezoids(qorInt32 n) {
+namespace {
+
+// The body of construct_trapezoids(); see qorStartMap for clearAll false.
+void buildMap(qorInt32 n, bool clearAll) {
   if (n < 1 || n >= SEGSIZE) qorThrow("construct_trapezoids: segment count outside 1..8191", kUnit, __LINE__);
   const PhasePlan& plan = planFor(n);
-  const qorInt32 root = init_query_structure(nextSegment());
+  const qorInt32 first = nextSegment();
+  const qorInt32 root = clearAll ? init_query_structure(first) : qorStartMap(first);
   segment_t* const segs = seg;
   for (qorInt32 i = 1; i <= n; ++i) segs[i].root_start = segs[i].root_end = root;
   for (qorInt32 h = 1; h <= plan.phases; ++h) {
@@ -440,6 +444,21 @@ qorInt32 construct_trapezoids(qorInt32 n) {
     for (qorInt32 i = 1; i <= n; ++i) relocateRoots(&segs[i]);
   }
   for (qorInt32 i = plan.bound[plan.phases] + 1; i <= n; ++i) qorAddSegment(nextSegment());
+}
+
+// Clears what the previous map left beyond the counters when it goes out of
+// scope, however the build ends.
+struct SettleMap {
+  SettleMap() = default;
+  SettleMap(const SettleMap&) = delete;
+  SettleMap& operator=(const SettleMap&) = delete;
+  ~SettleMap() { qorSettleMap(); }
+};
+
+}  // namespace
+
+qorInt32 construct_trapezoids(qorInt32 n) {
+  buildMap(n, true);
   return 0;
 }
 
@@ -720,8 +739,13 @@ qorInt32 triangulate(qorInt32 count, qorInt32* sizes, double (*points)[2], qorIn
   }
   segUsed = n + 1;
 
-  initialise(n);
-  construct_trapezoids(n);
+  // What initialise(n) does: in_tree is already clear.
+  drawOrder(n);
+  {
+    // The tables are cleared as the map is built, not all at once before it.
+    SettleMap settle;
+    buildMap(n, false);
+  }
   const qorInt32 npolys = monotonate_trapezoids(n);
   lastCount = triangulate_monotone_polygons(n, npolys, triangles);
   return 0;

@@ -246,6 +246,50 @@ TEST(triangulate, SmallRunAfterLargeLeavesTablesClean) {
   EXPECT_TRUE(allZero(&tr[0], sizeof(trap_t)));
 }
 
+// A run that raises while it builds the map, after a large polygon, still
+// leaves every entry beyond the ones it issued as zero (the next newtrap() and
+// newnode() tell where its counters stopped). Catches a reset that clears the
+// previous map only when the build succeeds.
+TEST(triangulate, RaisingRunAfterLargeLeavesTablesClean) {
+  auto allZero = [](const void* p, size_t bytes) {
+    const unsigned char* c = static_cast<const unsigned char*>(p);
+    for (size_t i = 0; i < bytes; ++i)
+      if (c[i] != 0) return false;
+    return true;
+  };
+  std::mt19937_64 largeRng(11);
+  const Polygon large = polygen::star(largeRng, 1500, 5);
+  std::mt19937_64 rng(20261124);
+  int checked = 0;
+  for (int round = 0; round < 400 && checked < 12; ++round) {
+    polygen::Polygon p;
+    p.contours.emplace_back();
+    const int k = polygen::uniformInt(rng, 5, 25);
+    for (int i = 0; i < k; ++i)
+      p.contours.back().push_back(
+          {static_cast<double>(polygen::uniformInt(rng, 0, 9)), static_cast<double>(polygen::uniformInt(rng, 0, 9))});
+    if (polygen::twiceSignedArea(p.contours[0]) <= 0) continue;  // rejected before any table changes
+    tricheck::checkTriangulation(large, "large");
+    polygen::Flat flat = polygen::flatten(p);
+    std::vector<std::array<qorInt32, 3>> out(static_cast<size_t>(3 * k));
+    std::string text;
+    try {
+      triangulate(1, flat.sizes.data(), flat.points(), reinterpret_cast<qorInt32(*)[3]>(out.data()));
+    } catch (qorException* e) {
+      text = messageOf(e);
+    }
+    if (text.find("[file qor_traptree") == std::string::npos) continue;
+    ++checked;
+    const qorInt32 t = newtrap();
+    const qorInt32 q = newnode();
+    ASSERT_TRUE(allZero(&tr[t + 1], sizeof(trap_t) * static_cast<size_t>(TRAPSIZE - t - 1)))
+        << "round " << round << ": " << text;
+    ASSERT_TRUE(allZero(&qs[q + 1], sizeof(node_t) * static_cast<size_t>(NODESIZE - q - 1)))
+        << "round " << round << ": " << text;
+  }
+  EXPECT_GT(checked, 0);
+}
+
 // Driven step by step on a clockwise triangle, the decomposition finds no
 // trapezoid inside and raises instead of walking from entry 0. Catches a
 // start trapezoid taken without the inside test.
