@@ -5,6 +5,7 @@
 
 #include <QMutex>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
@@ -337,19 +338,29 @@ class Walker {
 
 namespace {
 
-// The body of generate_random_ordering() for 0 <= n < SEGSIZE.
+// The body of generate_random_ordering() for 0 <= n < SEGSIZE. The draws are
+// those of lrand48() after srand48(seconds), computed here without a library
+// call per draw; the process-wide generator is then left exactly where n
+// calls of lrand48() would have left it.
 void drawOrder(qorInt32 n) {
   choose_idx = 1;
   struct timeval now;
   gettimeofday(&now, nullptr);
-  srand48(now.tv_sec);
+  // srand48(s): the state is the low 32 bits of s followed by 0x330E.
+  std::uint64_t x = (static_cast<std::uint64_t>(static_cast<std::uint32_t>(now.tv_sec)) << 16) | 0x330Eu;
+  constexpr std::uint64_t kA = 0x5DEECE66Du, kC = 0xBu, kMask = (std::uint64_t{1} << 48) - 1;
   qorInt32 pool[SEGSIZE];
   for (qorInt32 i = 0; i <= n; ++i) pool[i] = i;
   for (qorInt32 i = 1; i <= n; ++i) {
-    const qorInt32 m = static_cast<qorInt32>(lrand48() % (n + 1 - i)) + 1;
+    x = (kA * x + kC) & kMask;
+    const long draw = static_cast<long>(x >> 17);  // what lrand48() returns
+    const qorInt32 m = static_cast<qorInt32>(draw % (n + 1 - i)) + 1;
     permute[i] = pool[i + m - 1];
     if (m != 1) pool[i + m - 1] = pool[i];
   }
+  unsigned short state[3] = {static_cast<unsigned short>(x & 0xFFFFu), static_cast<unsigned short>((x >> 16) & 0xFFFFu),
+                             static_cast<unsigned short>((x >> 32) & 0xFFFFu)};
+  seed48(state);  // also restores the standard multiplier and addend, as srand48 does
 }
 
 // The body of choose_segment().

@@ -230,6 +230,39 @@ TEST(traptree, RandomOrderIsPermutation) {
   }
 }
 
+// The order is the one srand48(seconds) and lrand48() give, and the
+// process-wide generator continues afterwards as if lrand48() had been called
+// once per segment. Catches a different draw, seed or modulus, and a
+// generator left in another state.
+TEST(traptree, RandomOrderFollowsSeededGenerator) {
+  for (const int n : {0, 1, 2, 3, 10, 100, 8191}) {
+    for (int attempt = 0; attempt < 3; ++attempt) {
+      timeval before, after;
+      gettimeofday(&before, nullptr);
+      generate_random_ordering(n);
+      std::vector<qorInt32> drawn;
+      for (int i = 0; i < n; ++i) drawn.push_back(choose_segment());
+      const long nextDraw = lrand48();
+      const double nextReal = drand48();
+      gettimeofday(&after, nullptr);
+      if (before.tv_sec != after.tv_sec) continue;
+
+      srand48(before.tv_sec);
+      std::vector<qorInt32> pool(static_cast<size_t>(n) + 1), expected;
+      for (int i = 0; i <= n; ++i) pool[static_cast<size_t>(i)] = i;
+      for (int i = 1; i <= n; ++i) {
+        const int m = static_cast<int>(lrand48() % (n + 1 - i)) + 1;
+        expected.push_back(pool[static_cast<size_t>(i + m - 1)]);
+        if (m != 1) pool[static_cast<size_t>(i + m - 1)] = pool[static_cast<size_t>(i)];
+      }
+      EXPECT_EQ(drawn, expected) << "n = " << n;
+      EXPECT_EQ(lrand48(), nextDraw) << "n = " << n;
+      EXPECT_EQ(drand48(), nextReal) << "n = " << n;
+      break;
+    }
+  }
+}
+
 // A segment whose endpoints are both in the map makes no horizontal split:
 // only X nodes, two nodes per new trapezoid. Catches a split at a shared vertex.
 TEST(traptree, SegmentBetweenPresentEndpointsOnlyThreads) {
