@@ -3,6 +3,7 @@
 #include <sys/mman.h>
 
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 
 #include "qor_assert.h"
@@ -63,6 +64,37 @@ inline qorInt32 issueTrap() {
   return tr_idx++;
 }
 
+// newtrap() followed by copying trapezoid `from` over the new one.
+inline qorInt32 issueTrapCopy(qorInt32 from) {
+  if (tr_idx >= TRAPSIZE) qorThrow("newtrap: Trapezoid-table overflow", kUnit, __LINE__);
+  tr[tr_idx] = tr[from];
+  return tr_idx++;
+}
+
+// Two newnode() calls that make sinks under `parent`, for trapezoids ta and tb
+// (the caller may set tb later). The tables end up the same as with the
+// separate calls and assignments, also when the second node overflows.
+inline void issueSinks(qorInt32 parent, qorInt32 ta, qorInt32 tb, qorInt32& ia, qorInt32& ib) {
+  if (q_idx > NODESIZE - 2) {
+    issueNode();
+    issueNode();  // raises
+  }
+  ia = q_idx;
+  ib = q_idx + 1;
+  q_idx += 2;
+  qs[ia] = node_t{NODE_SINK, 0, {0.0, 0.0}, ta, parent, 0, 0};
+  qs[ib] = node_t{NODE_SINK, 0, {0.0, 0.0}, tb, parent, 0, 0};
+}
+
+// The side test of is_left_of() for a point at neither endpoint's height.
+inline qorInt32 crossLeft(const segment_t* s, double px, double py) {
+  const bool upward = qorGreaterThan(&s->end, &s->start);
+  const point_t& lo = upward ? s->start : s->end;
+  const point_t& up = upward ? s->end : s->start;
+  const double area = (up.x - lo.x) * (py - lo.y) - (up.y - lo.y) * (px - lo.x);
+  return area > 0.0;
+}
+
 // The body of is_left_of().
 inline qorInt32 leftOf(const segment_t* s, const point_t* p) {
   if (std::fabs(s->end.y - p->y) <= EPSILON) return p->x < s->end.x;
@@ -98,8 +130,7 @@ inline void relinkUpBoth(qorInt32 d, qorInt32 from, qorInt32 to) {
 
 // Splits trapezoid tu horizontally at p; returns the new lower half.
 qorInt32 splitHorizontally(qorInt32 segment, qorInt32 tu, const point_t& p) {
-  const qorInt32 tl = issueTrap();
-  tr[tl] = tr[tu];
+  const qorInt32 tl = issueTrapCopy(tu);
   tr[tu].bottom = p;
   tr[tl].top = p;
   tr[tu].down0 = tl;
@@ -109,20 +140,14 @@ qorInt32 splitHorizontally(qorInt32 segment, qorInt32 tu, const point_t& p) {
   relinkUpBoth(tr[tl].down0, tu, tl);
   relinkUpBoth(tr[tl].down1, tu, tl);
 
-  const qorInt32 i1 = issueNode();
-  const qorInt32 i2 = issueNode();
   const qorInt32 sk = tr[tu].sink;
+  qorInt32 i1, i2;
+  issueSinks(sk, tu, tl, i1, i2);
   qs[sk].type = NODE_Y;
   qs[sk].y_key = p;
   qs[sk].seg_index = segment;
   qs[sk].left = i2;
   qs[sk].right = i1;
-  qs[i1].type = NODE_SINK;
-  qs[i1].trap_index = tu;
-  qs[i1].parent = sk;
-  qs[i2].type = NODE_SINK;
-  qs[i2].trap_index = tl;
-  qs[i2].parent = sk;
   tr[tu].sink = i1;
   tr[tl].sink = i2;
   return tl;
@@ -313,44 +338,49 @@ namespace {
 qorInt32 qorLocate(const point_t* p, const point_t* other, qorInt32 root) {
   const node_t* const nodes = qs;
   const segment_t* const segs = seg;
+  // Nothing is written during the descent, so the coordinates stay in registers.
+  const double px = p->x, py = p->y;
   qorInt32 r = root;
   // A well-formed structure is acyclic, so a descent visits each node at most
   // once; the step count only guards against a damaged one.
-  for (qorInt32 steps = 0; steps < NODESIZE; ++steps) {
-    if (r <= 0 || r >= NODESIZE) locateFailed(__LINE__);
+  for (qorInt32 steps = NODESIZE; steps > 0; --steps) {
+    if (static_cast<std::uint32_t>(r - 1) >= static_cast<std::uint32_t>(NODESIZE - 1)) locateFailed(__LINE__);
     const node_t* node = &nodes[r];
     const qorInt32 type = node->type;
     if (type == NODE_Y) {
-      const point_t* key = &node->y_key;
+      // _greater_than(p, key), then _equal_to(p, key), as written out.
+      const double ky = node->y_key.y, kx = node->y_key.x;
       bool above;
-      if (qorGreaterThan(p, key))
+      if (py > ky + EPSILON)
         above = true;
-      else if (qorEqualTo(p, key))
-        above = qorGreaterThan(other, key);
+      else if (!(py < ky - EPSILON) && px > kx)
+        above = true;
+      else if (std::fabs(py - ky) <= EPSILON && std::fabs(px - kx) <= EPSILON)
+        above = qorGreaterThan(other, &node->y_key);
       else
         above = false;
       r = above ? node->right : node->left;
     } else if (type == NODE_X) {
       const qorInt32 k = node->seg_index;
-      if (k <= 0 || k >= SEGSIZE) locateFailed(__LINE__);
+      if (static_cast<std::uint32_t>(k - 1) >= static_cast<std::uint32_t>(SEGSIZE - 1)) locateFailed(__LINE__);
       const segment_t* s = &segs[k];
       // The height tests of the endpoint comparisons are those that start
       // the side test (|a - b| and |b - a| are the same number).
-      const bool levelStart = std::fabs(p->y - s->start.y) <= EPSILON;
-      const bool levelEnd = std::fabs(p->y - s->end.y) <= EPSILON;
+      const bool levelStart = std::fabs(py - s->start.y) <= EPSILON;
+      const bool levelEnd = std::fabs(py - s->end.y) <= EPSILON;
       bool left;
-      if ((levelStart && std::fabs(p->x - s->start.x) <= EPSILON) ||
-          (levelEnd && std::fabs(p->x - s->end.x) <= EPSILON)) {
-        if (std::fabs(p->y - other->y) <= EPSILON)  // a horizontal segment
-          left = other->x < p->x;
+      if (!levelStart && !levelEnd) {
+        left = crossLeft(s, px, py);
+      } else if ((levelStart && std::fabs(px - s->start.x) <= EPSILON) ||
+                 (levelEnd && std::fabs(px - s->end.x) <= EPSILON)) {
+        if (std::fabs(py - other->y) <= EPSILON)  // a horizontal segment
+          left = other->x < px;
         else
           left = leftOf(s, other);
       } else if (levelEnd) {
-        left = p->x < s->end.x;
-      } else if (levelStart) {
-        left = p->x < s->start.x;
+        left = px < s->end.x;
       } else {
-        left = leftOf(s, p);
+        left = px < s->start.x;
       }
       r = left ? node->left : node->right;
     } else if (type == NODE_SINK) {
@@ -473,25 +503,19 @@ void qorAddSegment(qorInt32 segment) {
   while (t > 0 && qorGreaterThanEqualTo(&traps[t].bottom, &traps[last].bottom)) {
     if (t >= tr_idx) insertionFailed(__LINE__);
     const qorInt32 sk = traps[t].sink;
-    const qorInt32 i1 = issueNode();
-    const qorInt32 i2 = issueNode();
+    qorInt32 i1, i2;
+    issueSinks(sk, t, 0, i1, i2);
     nodes[sk].type = NODE_X;
     nodes[sk].seg_index = segment;
     nodes[sk].left = i1;
     nodes[sk].right = i2;
-    nodes[i1].type = NODE_SINK;
-    nodes[i1].trap_index = t;
-    nodes[i1].parent = sk;
-    nodes[i2].type = NODE_SINK;
-    nodes[i2].parent = sk;
-    const qorInt32 tn = issueTrap();
+    const qorInt32 tn = issueTrapCopy(t);  // t is not changed before the copy below would have been made
     nodes[i2].trap_index = tn;
 
     if (t == first) firstRight = tn;
     const bool atLast = qorEqualTo(&traps[t].bottom, &traps[last].bottom);
     if (atLast) lastRight = tn;
 
-    traps[tn] = traps[t];
     traps[t].sink = i1;
     traps[tn].sink = i2;
     trap_t& T = traps[t];
