@@ -202,13 +202,14 @@ class Walker {
  public:
   explicit Walker(qorInt32 depth) : m_Depth(depth) {}
 
-  void expand(const Visit& v) {
-    const qorInt32 t = v.t;
+  // The walk reads and writes visits one field at a time: a visit pushed as
+  // pieces and popped at once as a whole (or the reverse) stalls the load
+  // until the stores have left the store buffer.
+  void expand(const qorInt32 poly, const qorInt32 t, const qorInt32 from, const qorInt32 dir) {
     trap_t* T = &tr[t];
     const qorInt32 up0 = T->up0, up1 = T->up1, down0 = T->down0, down1 = T->down1;
     const int U = (up0 > 0) + (up1 > 0);
     const int D = (down0 > 0) + (down1 > 0);
-    const qorInt32 poly = v.poly, from = v.from, dir = v.dir;
     m_Count = 0;
 
     if (U == 0) {
@@ -311,7 +312,11 @@ class Walker {
     // Push in reverse so that the first listed visit pops first.
     for (int i = m_Count - 1; i >= 0; --i) {
       if (m_Depth >= static_cast<qorInt32>(sizeof(walkStack) / sizeof(walkStack[0]))) walkFailed(__LINE__);
-      walkStack[m_Depth++] = m_Pending[i];
+      Visit& slot = walkStack[m_Depth++];
+      slot.poly = m_PendingPoly[i];
+      slot.t = m_PendingTrap[i];
+      slot.from = m_Current;
+      slot.dir = m_PendingDir[i];
     }
   }
 
@@ -324,10 +329,15 @@ class Walker {
   // (visited flags are never cleared during a walk).
   void add(qorInt32 k, qorInt32 x, bool upward) {
     if (x <= 0 || x >= TRAPSIZE || visited[x]) return;
-    m_Pending[m_Count++] = Visit{k, x, m_Current, upward ? FROM_DOWN : FROM_UP};
+    m_PendingPoly[m_Count] = k;
+    m_PendingTrap[m_Count] = x;
+    m_PendingDir[m_Count] = upward ? FROM_DOWN : FROM_UP;
+    ++m_Count;
   }
 
-  Visit m_Pending[4];
+  qorInt32 m_PendingPoly[4];
+  qorInt32 m_PendingTrap[4];
+  qorInt32 m_PendingDir[4];
   int m_Count = 0;
 };
 
@@ -353,8 +363,10 @@ void drawOrder(qorInt32 n) {
   for (qorInt32 i = 0; i <= n; ++i) pool[i] = i;
   for (qorInt32 i = 1; i <= n; ++i) {
     x = (kA * x + kC) & kMask;
-    const long draw = static_cast<long>(x >> 17);  // what lrand48() returns
-    const qorInt32 m = static_cast<qorInt32>(draw % (n + 1 - i)) + 1;
+    // What lrand48() returns, below 2^31, and a positive divisor: the 32-bit
+    // remainder is the same number as the long one, and cheaper.
+    const std::uint32_t draw = static_cast<std::uint32_t>(x >> 17);
+    const qorInt32 m = static_cast<qorInt32>(draw % static_cast<std::uint32_t>(n + 1 - i)) + 1;
     permute[i] = pool[i + m - 1];
     if (m != 1) pool[i + m - 1] = pool[i];
   }
@@ -506,14 +518,19 @@ qorInt32 traverse_polygon(qorInt32 poly, qorInt32 t, qorInt32 from, qorInt32 dir
   // Depth first like a recursion over the neighbours, but with its own stack:
   // the walk can be as deep as there are trapezoids.
   Walker walker(0);
-  walkStack[walker.m_Depth++] = Visit{poly, t, from, dir};
+  Visit& first = walkStack[walker.m_Depth++];
+  first.poly = poly;
+  first.t = t;
+  first.from = from;
+  first.dir = dir;
   while (walker.m_Depth > 0) {
-    const Visit v = walkStack[--walker.m_Depth];
-    if (v.t <= 0 || v.t >= TRAPSIZE || visited[v.t]) continue;
-    visited[v.t] = 1;
-    if (v.t >= visitedUsed) visitedUsed = v.t + 1;
-    walker.m_Current = v.t;
-    walker.expand(v);
+    const Visit& v = walkStack[--walker.m_Depth];
+    const qorInt32 vt = v.t;
+    if (vt <= 0 || vt >= TRAPSIZE || visited[vt]) continue;
+    visited[vt] = 1;
+    if (vt >= visitedUsed) visitedUsed = vt + 1;
+    walker.m_Current = vt;
+    walker.expand(v.poly, vt, v.from, v.dir);
   }
   return 0;
 }
