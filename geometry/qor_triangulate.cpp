@@ -747,20 +747,22 @@ qorInt32 triangulate(qorInt32 count, qorInt32* sizes, double (*points)[2], qorIn
     const qorInt32 last = i + k - 1;
     for (; i <= last; ++i) {
       segment_t& s = seg[i];
-      s.start.x = points[i][0];
-      s.start.y = points[i][1];
+      // The point is stored from registers twice rather than read back from
+      // seg: a wide load of two narrow stores just made would wait for them.
+      const point_t p{points[i][0], points[i][1]};
+      s.start = p;
       if (i == last) {
         s.next = first;
         s.prev = i - 1;
-        seg[i - 1].end = s.start;
+        seg[i - 1].end = p;
       } else if (i == first) {
         s.next = i + 1;
         s.prev = last;
-        seg[last].end = s.start;
+        seg[last].end = p;
       } else {
         s.prev = i - 1;
         s.next = i + 1;
-        seg[i - 1].end = s.start;
+        seg[i - 1].end = p;
       }
       s.in_tree = 0;
     }
