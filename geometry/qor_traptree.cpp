@@ -439,7 +439,13 @@ void mergeAlong(qorInt32 segment, qorInt32 first, qorInt32 last, qorInt32 side) 
         else if (traps[T.down1].up1 == n)
           traps[T.down1].up1 = t;
       }
-      T.bottom = N.bottom;
+      // Copied as two numbers: N was often written moments ago in 16-byte
+      // pieces that its bottom straddles, and a 16-byte load of it would
+      // wait for those stores.
+      double bx = N.bottom.x, by = N.bottom.y;
+      asm("" : "+x"(bx), "+x"(by));
+      T.bottom.x = bx;
+      T.bottom.y = by;
       N.state = TRAP_MERGED;
     } else {
       t = n;
@@ -463,7 +469,21 @@ void qorAddSegment(qorInt32 segment) {
   if (segment <= 0 || segment >= SEGSIZE) insertionFailed(__LINE__);
   trap_t* const traps = tr;
   node_t* const nodes = qs;
-  segment_t s = seg[segment];
+  // Field by field: the roots were written one by one in the last refresh,
+  // possibly moments ago, and a wide copy would wait for those stores.
+  segment_t s;
+  {
+    const segment_t& src = seg[segment];
+    double sx = src.start.x, sy = src.start.y, ex = src.end.x, ey = src.end.y;
+    qorInt32 rs = src.root_start, re = src.root_end;
+    asm("" : "+x"(sx), "+x"(sy), "+x"(ex), "+x"(ey), "+r"(rs), "+r"(re));
+    s.start.x = sx;
+    s.start.y = sy;
+    s.end.x = ex;
+    s.end.y = ey;
+    s.root_start = rs;
+    s.root_end = re;
+  }
   bool swapped = false;
   if (qorGreaterThan(&s.end, &s.start)) {
     const point_t p = s.start;
