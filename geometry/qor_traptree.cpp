@@ -196,19 +196,32 @@ qorInt32 _less_than(point_t* a, point_t* b) { return qorLessThan(a, b); }
 
 qorInt32 _equal_to(point_t* a, point_t* b) { return qorEqualTo(a, b); }
 
-qorInt32 _max(point_t* out, point_t* a, point_t* b) {
+namespace {
+
+// The bodies of _max() and _min().
+inline void higherOf(point_t* out, const point_t* a, const point_t* b) {
   if (a->y > b->y + EPSILON || (std::fabs(a->y - b->y) <= EPSILON && a->x > b->x + EPSILON))
     *out = *a;
   else
     *out = *b;
-  return 0;
 }
 
-qorInt32 _min(point_t* out, point_t* a, point_t* b) {
+inline void lowerOf(point_t* out, const point_t* a, const point_t* b) {
   if (a->y < b->y - EPSILON || (std::fabs(a->y - b->y) <= EPSILON && a->x < b->x))
     *out = *a;
   else
     *out = *b;
+}
+
+}  // namespace
+
+qorInt32 _max(point_t* out, point_t* a, point_t* b) {
+  higherOf(out, a, b);
+  return 0;
+}
+
+qorInt32 _min(point_t* out, point_t* a, point_t* b) {
+  lowerOf(out, a, b);
   return 0;
 }
 
@@ -242,7 +255,7 @@ qorInt32 startMap(qorInt32 segment, bool clearAll) {
   segment_t* s = &seg[segment];
   const qorInt32 i1 = issueNode();
   qs[i1].type = NODE_Y;
-  _max(&qs[i1].y_key, &s->start, &s->end);
+  higherOf(&qs[i1].y_key, &s->start, &s->end);
   const point_t upper = qs[i1].y_key;
 
   const qorInt32 i2 = issueNode();
@@ -253,7 +266,7 @@ qorInt32 startMap(qorInt32 segment, bool clearAll) {
   const qorInt32 i3 = issueNode();
   qs[i1].left = i3;
   qs[i3].type = NODE_Y;
-  _min(&qs[i3].y_key, &s->start, &s->end);
+  lowerOf(&qs[i3].y_key, &s->start, &s->end);
   qs[i3].parent = i1;
   const point_t lower = qs[i3].y_key;
 

@@ -514,7 +514,10 @@ qorInt32 get_vertex_positions(qorInt32 a, qorInt32 b, qorInt32* ip, qorInt32* iq
 
 qorInt32 make_new_monotone_poly(qorInt32 poly, qorInt32 a, qorInt32 b) { return splitMonotone(poly, a, b); }
 
-qorInt32 traverse_polygon(qorInt32 poly, qorInt32 t, qorInt32 from, qorInt32 dir) {
+namespace {
+
+// The body of traverse_polygon().
+void walkFrom(qorInt32 poly, qorInt32 t, qorInt32 from, qorInt32 dir) {
   // Depth first like a recursion over the neighbours, but with its own stack:
   // the walk can be as deep as there are trapezoids.
   Walker walker(0);
@@ -532,10 +535,19 @@ qorInt32 traverse_polygon(qorInt32 poly, qorInt32 t, qorInt32 from, qorInt32 dir
     walker.m_Current = vt;
     walker.expand(v.poly, vt, v.from, v.dir);
   }
+}
+
+}  // namespace
+
+qorInt32 traverse_polygon(qorInt32 poly, qorInt32 t, qorInt32 from, qorInt32 dir) {
+  walkFrom(poly, t, from, dir);
   return 0;
 }
 
-qorInt32 monotonate_trapezoids(qorInt32 n) {
+namespace {
+
+// The body of monotonate_trapezoids().
+qorInt32 decompose(qorInt32 n) {
   if (n < 1 || n >= SEGSIZE) qorThrow("monotonate_trapezoids: vertex count outside 1..8191", kUnit, __LINE__);
   clearUsed(vert, vertUsed);
   clearUsed(visited, visitedUsed);
@@ -567,11 +579,15 @@ qorInt32 monotonate_trapezoids(qorInt32 n) {
   mon[0] = 1;
 
   if (tr[start].up0 > 0)
-    traverse_polygon(0, start, tr[start].up0, FROM_UP);
+    walkFrom(0, start, tr[start].up0, FROM_UP);
   else if (tr[start].down0 > 0)
-    traverse_polygon(0, start, tr[start].down0, FROM_DOWN);
+    walkFrom(0, start, tr[start].down0, FROM_DOWN);
   return newmon();
 }
+
+}  // namespace
+
+qorInt32 monotonate_trapezoids(qorInt32 n) { return decompose(n); }
 
 namespace {
 
@@ -646,7 +662,10 @@ qorInt32 triangulate_single_polygon(qorInt32 nvert, qorInt32 top_pos, qorInt32 s
   return 0;
 }
 
-qorInt32 triangulate_monotone_polygons(qorInt32 nvert, qorInt32 npolys, qorInt32 (*triangles)[3]) {
+namespace {
+
+// The body of triangulate_monotone_polygons().
+qorInt32 sweepAll(qorInt32 nvert, qorInt32 npolys, qorInt32 (*triangles)[3]) {
   // n + 2h - 2 triangles for n vertices in h + 1 contours; a contour's last
   // segment is the one whose next wraps back.
   qorInt32 contours = 0;
@@ -696,6 +715,12 @@ qorInt32 triangulate_monotone_polygons(qorInt32 nvert, qorInt32 npolys, qorInt32
     }
   }
   return op_idx;
+}
+
+}  // namespace
+
+qorInt32 triangulate_monotone_polygons(qorInt32 nvert, qorInt32 npolys, qorInt32 (*triangles)[3]) {
+  return sweepAll(nvert, npolys, triangles);
 }
 
 // ---------------------------------------------------------------------------
@@ -776,8 +801,8 @@ qorInt32 triangulate(qorInt32 count, qorInt32* sizes, double (*points)[2], qorIn
     SettleMap settle;
     buildMap(n, false);
   }
-  const qorInt32 npolys = monotonate_trapezoids(n);
-  lastCount = triangulate_monotone_polygons(n, npolys, triangles);
+  const qorInt32 npolys = decompose(n);
+  lastCount = sweepAll(n, npolys, triangles);
   return 0;
 }
 
