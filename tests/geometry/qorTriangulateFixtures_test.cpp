@@ -87,8 +87,8 @@ std::vector<std::string> fixtureNames() {
 // Fixtures that are simple polygons with disjoint interior holes once
 // normalised, with their triangle counts.
 const std::set<std::string> kSimple = {
-    "building.json", "dude.json",    "earcut.json",  "eberly-6.json", "filtered-bridge-jhl.json",
-    "hilbert.json",  "issue16.json", "issue17.json", "issue29.json",  "issue34.json",
+    "building.json", "dude.json",    "sample-outline.json", "eberly-6.json", "filtered-bridge-jhl.json",
+    "hilbert.json",  "issue16.json", "issue17.json",        "issue29.json",  "issue34.json",
     "issue35.json",  "issue52.json", "steiner.json"};
 
 }  // namespace
