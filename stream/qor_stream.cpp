@@ -51,6 +51,36 @@ static_assert(offsetof(ZRecord, zs) == 0, "m_ZStream must point at the start of 
 
 ZRecord* recordOf(z_stream* zs) { return reinterpret_cast<ZRecord*>(zs); }
 
+// Switches a reader's decoder or a writer's encoder on or off. `stop` ends the
+// running codec; `start` initialises a fresh z_stream for `windowBits` and
+// returns zlib's result. Switching on in the running format keeps the codec;
+// another format ends it first. Nothing is installed unless zlib starts.
+template <typename Stream, typename Stop, typename Start>
+void switchCodec(Stream& s, bool on, int windowBits, size_t zbufSize, Stop stop, Start start) {
+  if (!on) {
+    stop(s);
+    return;
+  }
+  if (s.m_ZBuf != nullptr) {
+    if (recordOf(s.m_ZStream)->windowBits == windowBits) return;
+    stop(s);
+  }
+  std::unique_ptr<char[]> zbuf(new char[zbufSize]);
+  std::unique_ptr<ZRecord> record(new ZRecord());
+  record->windowBits = windowBits;
+  z_stream* zs = &record->zs;
+  zs->zalloc = Z_NULL;
+  zs->zfree = Z_NULL;
+  zs->opaque = Z_NULL;
+  zs->next_in = Z_NULL;
+  zs->avail_in = 0;
+  if (start(zs, windowBits) != Z_OK) qorThrow("Error initialising zlib", kUnit, __LINE__);
+  s.m_ZBufSize = zbufSize;
+  s.m_ZBuf = zbuf.release();
+  s.m_ZStream = &record.release()->zs;
+  s.m_Compressed = true;
+}
+
 // Releases the name copy and the buffer of a stream whose constructor fails.
 struct OpenGuard {
   char* name;
@@ -379,30 +409,8 @@ void endDecoder(qorStreamReader& r) {
 }
 
 void switchDecoder(qorStreamReader& r, bool on, int windowBits) {
-  if (!on) {
-    endDecoder(r);
-    return;
-  }
-  if (r.m_ZBuf != nullptr) {
-    // Already decoding: the same format keeps its decoder, another one
-    // replaces it.
-    if (recordOf(r.m_ZStream)->windowBits == windowBits) return;
-    endDecoder(r);
-  }
-  std::unique_ptr<char[]> zbuf(new char[kReaderZBufSize]);
-  std::unique_ptr<ZRecord> record(new ZRecord());
-  record->windowBits = windowBits;
-  z_stream* zs = &record->zs;
-  zs->zalloc = Z_NULL;
-  zs->zfree = Z_NULL;
-  zs->opaque = Z_NULL;
-  zs->next_in = Z_NULL;
-  zs->avail_in = 0;
-  if (inflateInit2(zs, windowBits) != Z_OK) qorThrow("Error initialising zlib", kUnit, __LINE__);
-  r.m_ZBufSize = kReaderZBufSize;
-  r.m_ZBuf = zbuf.release();
-  r.m_ZStream = &record.release()->zs;
-  r.m_Compressed = true;
+  switchCodec(r, on, windowBits, kReaderZBufSize, endDecoder,
+              [](z_stream* zs, int bits) { return inflateInit2(zs, bits); });
 }
 
 }  // namespace
@@ -647,27 +655,9 @@ void finishEncoder(qorStreamWriter& w) {
 }
 
 void switchEncoder(qorStreamWriter& w, bool on, int windowBits) {
-  if (!on) {
-    finishEncoder(w);
-    return;
-  }
-  if (w.m_ZBuf != nullptr) {
-    if (recordOf(w.m_ZStream)->windowBits == windowBits) return;
-    finishEncoder(w);
-  }
-  std::unique_ptr<char[]> zbuf(new char[kWriterZBufSize]);
-  std::unique_ptr<ZRecord> record(new ZRecord());
-  record->windowBits = windowBits;
-  z_stream* zs = &record->zs;
-  zs->zalloc = Z_NULL;
-  zs->zfree = Z_NULL;
-  zs->opaque = Z_NULL;
-  if (deflateInit2(zs, Z_DEFAULT_COMPRESSION, Z_DEFLATED, windowBits, 8, Z_DEFAULT_STRATEGY) != Z_OK)
-    qorThrow("Error initialising zlib", kUnit, __LINE__);
-  w.m_ZBufSize = kWriterZBufSize;
-  w.m_ZBuf = zbuf.release();
-  w.m_ZStream = &record.release()->zs;
-  w.m_Compressed = true;
+  switchCodec(w, on, windowBits, kWriterZBufSize, finishEncoder, [](z_stream* zs, int bits) {
+    return deflateInit2(zs, Z_DEFAULT_COMPRESSION, Z_DEFLATED, bits, 8, Z_DEFAULT_STRATEGY);
+  });
 }
 
 }  // namespace
