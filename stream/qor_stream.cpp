@@ -91,6 +91,30 @@ struct OpenGuard {
   }
 };
 
+// Sets up the fields both streams share and opens the file: name copy,
+// data buffer, no codec yet, nothing counted. A failed open raises
+// "<failure><name>\n" and leaves nothing allocated.
+template <typename Stream>
+void openStream(Stream& s, char const* fileName, size_t bufSize, size_t zbufSize, const char* fopenMode,
+                const char* failure) {
+  if (fileName == nullptr) qorThrow("Filename is null!", kUnit, __LINE__);
+  OpenGuard guard{qorStrdup(fileName), nullptr};
+  guard.buf = new char[bufSize];
+  s.m_FileName = guard.name;
+  s.m_Compressed = false;
+  s.m_ZBuf = nullptr;
+  s.m_ZStream = nullptr;
+  s.m_BufSize = bufSize;
+  s.m_Buf = guard.buf;
+  s.m_ZBufSize = zbufSize;
+  s.m_FileBytes = 0;
+  s.m_FileHandle = fopen(s.m_FileName, fopenMode);
+  // Compose before the guard releases the name.
+  if (s.m_FileHandle == nullptr) qorThrow(qorComposeMessage(failure, s.m_FileName), kUnit, __LINE__);
+  guard.name = nullptr;
+  guard.buf = nullptr;
+}
+
 // A zlib failure as one message. zlib's own text is passed on unchanged; codes
 // that carry no text get a message of ours naming the file.
 [[noreturn]] void raiseZlib(z_stream* zs, int code, const char* fileName, bool fileEnded) {
@@ -357,25 +381,8 @@ bool takeBytes(qorStreamReader& r, char* dst, int n) {
 // qorStreamReader
 
 qorStreamReader::qorStreamReader(char const* fileName) {
-  if (fileName == nullptr) qorThrow("Filename is null!", kUnit, __LINE__);
-  OpenGuard guard{qorStrdup(fileName), nullptr};
-  guard.buf = new char[kReaderBufSize];
-  m_FileName = guard.name;
-  m_Compressed = false;
-  m_ZBuf = nullptr;
-  m_ZStream = nullptr;
-  m_BufSize = kReaderBufSize;
-  m_Buf = guard.buf;
-  m_ZBufSize = kReaderZBufSize;
   m_BufLeft = 0;
-  m_FileBytes = 0;
-  m_FileHandle = fopen(m_FileName, "rb");
-  if (m_FileHandle == nullptr) {
-    // Compose before the guard releases the name.
-    qorThrow(qorComposeMessage("Unable to open file for read: ", m_FileName), kUnit, __LINE__);
-  }
-  guard.name = nullptr;
-  guard.buf = nullptr;
+  openStream(*this, fileName, kReaderBufSize, kReaderZBufSize, "rb", "Unable to open file for read: ");
 }
 
 qorStreamReader::~qorStreamReader() {
@@ -663,24 +670,9 @@ void switchEncoder(qorStreamWriter& w, bool on, int windowBits) {
 }  // namespace
 
 qorStreamWriter::qorStreamWriter(char const* fileName, char mode) {
-  if (fileName == nullptr) qorThrow("Filename is null!", kUnit, __LINE__);
-  OpenGuard guard{qorStrdup(fileName), nullptr};
-  guard.buf = new char[kWriterBufSize];
-  m_FileName = guard.name;
-  m_Compressed = false;
-  m_ZBuf = nullptr;
-  m_ZStream = nullptr;
-  m_BufSize = kWriterBufSize;
-  m_Buf = guard.buf;
-  m_ZBufSize = kWriterZBufSize;
   m_BufUsed = 0;
-  m_FileBytes = 0;
-  m_FileHandle = fopen(m_FileName, mode == 'a' ? "ab" : "wb");
-  if (m_FileHandle == nullptr) {
-    qorThrow(qorComposeMessage("Unable to open file for write: ", m_FileName), kUnit, __LINE__);
-  }
-  guard.name = nullptr;
-  guard.buf = nullptr;
+  openStream(*this, fileName, kWriterBufSize, kWriterZBufSize, mode == 'a' ? "ab" : "wb",
+             "Unable to open file for write: ");
 }
 
 qorStreamWriter::~qorStreamWriter() {

@@ -21,28 +21,15 @@
 #include <utility>
 #include <vector>
 
+#include "polysplit_test_util.h"
+
 namespace {
 
 using Pieces = std::vector<QPolygon>;
 
 constexpr double kPi = 3.14159265358979323846;
 
-int64_t area2(const QPolygon& poly) {
-  int64_t sum = 0;
-  const int n = poly.size();
-  for (int i = 0; i < n; ++i) {
-    const QPoint& a = poly[i];
-    const QPoint& b = poly[(i + 1) % n];
-    sum += static_cast<int64_t>(a.x()) * b.y() - static_cast<int64_t>(b.x()) * a.y();
-  }
-  return sum;
-}
-
-int64_t area2(const Pieces& pieces) {
-  int64_t sum = 0;
-  for (const QPolygon& p : pieces) sum += area2(p);
-  return sum;
-}
+using polysplittest::area2;
 
 int64_t sideValue(const QPoint& p, const QLine& line) {
   return (static_cast<int64_t>(p.x()) - line.x1()) * (static_cast<int64_t>(line.y2()) - line.y1()) -

@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "polysplit_test_util.h"
 #include "qor_test_support.h"
 
 // Readable polygons in failure messages.
@@ -38,23 +39,7 @@ QPolygon P(std::initializer_list<QPoint> points) {
   return poly;
 }
 
-// Twice the signed area, exact.
-int64_t area2(const QPolygon& poly) {
-  int64_t sum = 0;
-  const int n = poly.size();
-  for (int i = 0; i < n; ++i) {
-    const QPoint& a = poly[i];
-    const QPoint& b = poly[(i + 1) % n];
-    sum += static_cast<int64_t>(a.x()) * b.y() - static_cast<int64_t>(b.x()) * a.y();
-  }
-  return sum;
-}
-
-int64_t area2(const Pieces& pieces) {
-  int64_t sum = 0;
-  for (const QPolygon& p : pieces) sum += area2(p);
-  return sum;
-}
+using polysplittest::area2;
 
 // ---------------------------------------------------------------------------
 // Exact results for known shapes.
