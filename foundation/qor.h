@@ -27,6 +27,7 @@
 #include "qor_sysinfo.h"
 
 // Geometry
+#include "qor_polycheck.h"
 #include "qor_polysplit.h"
 #include "qor_traptree.h"
 #include "qor_triangulate.h"

@@ -823,3 +823,12 @@ qorInt32 triangulate_last_count() {
   qorMutexLocker lock(triangulateMutex);
   return lastCount;
 }
+
+// Placeholders of the seed control and the ring entry point; each raises until
+// it is built.
+void qorTriangulateFixSeed(long) { qorThrow("qorTriangulateFixSeed: not built yet", kUnit, __LINE__); }
+void qorTriangulateClockSeed() {}
+long qorTriangulateLastSeed() { return 0; }
+qorInt32 qorTriangulateRings(qorInt32, const qorInt32*, const double (*)[2], std::vector<qorInt32>&) {
+  qorThrow("qorTriangulateRings: not built yet", kUnit, __LINE__);
+}

@@ -8,6 +8,8 @@
 #ifndef QOR_TRIANGULATE_H
 #define QOR_TRIANGULATE_H
 
+#include <vector>
+
 #include "qor_base2.h"
 #include "qor_export.h"
 #include "qor_traptree.h"
@@ -50,6 +52,24 @@ QOR_API qorInt32 is_point_inside_polygon(double* point);
 
 // The number of triangles the most recent triangulate() in the process wrote.
 QOR_API qorInt32 triangulate_last_count();
+
+// --- Beside triangulate(): reproducible runs and real-world input. ---
+
+// Every later triangulation seeds its random insertion order with `seed`
+// instead of the clock's second, so a run can be repeated exactly.
+QOR_API void qorTriangulateFixSeed(long seed);
+// Back to the default: each triangulation seeds from the clock's second.
+QOR_API void qorTriangulateClockSeed();
+// The seed of the most recent triangulation in the process.
+QOR_API long qorTriangulateLastSeed();
+
+// Triangulates a polygon with holes given as rings of points: ring 0 the outer boundary, the others holes.
+// Any orientation; repeated and closing points allowed; rings may touch each other or themselves at
+// vertices and share collinear runs. Appends 3 vertex numbers per triangle to `triangles` (0-based
+// indices into `points`, counter-clockwise) and returns the number of triangles appended. Raises a
+// qorException* that names the rings and a point near the problem when edges properly cross.
+QOR_API qorInt32 qorTriangulateRings(qorInt32 count, const qorInt32* sizes, const double (*points)[2],
+                                     std::vector<qorInt32>& triangles);
 
 // --- Internal steps, in calling order. ---
 

@@ -752,3 +752,14 @@ int qorStreamWriter::rewind() {
   if (m_ZBuf != nullptr) ::deflateReset(m_ZStream);
   return 0;
 }
+
+// Placeholders of the calls that report I/O errors and choose the decoder;
+// each raises until it is built.
+bool qorStreamReader::failed() const { return false; }
+void qorStreamReader::checkRead() const {}
+void qorStreamReader::readAllMembers(bool) {
+  qorThrow("qorStreamReader::readAllMembers: not built yet", "qor_stream", __LINE__);
+}
+void qorStreamReader::useFastDecoder(bool) {}
+bool qorStreamWriter::failed() const { return false; }
+void qorStreamWriter::close() { qorThrow("qorStreamWriter::close: not built yet", "qor_stream", __LINE__); }

@@ -101,6 +101,22 @@ class QOR_API qorStreamReader {
   // ends before all 16 bytes.
   bool readComplex(double& re, double& im);
 
+  // --- Beside the calls above: errors that must not pass in silence. ---
+
+  // True once a read of the file failed (an I/O error): the data then ended
+  // early, as if the file had ended there.
+  bool failed() const;
+  // Raises "Read failed for <name>: <reason>\n" when failed(); otherwise does
+  // nothing. Call it after the last read to know the data was complete.
+  void checkRead() const;
+  // true: while decoding gzip, read every member of the file one after the
+  // other, as gzip -dc does; bytes after a member that do not start a new
+  // member raise. false (the default): the data ends with the first member.
+  void readAllMembers(bool on);
+  // true: decode gzip and raw deflate with the fast decoder where the library
+  // was built with one. Call it before the first read.
+  void useFastDecoder(bool on);
+
   size_t m_FileBytes;   // bytes read from the file (compressed bytes while decoding)
   char* m_FileName;     // qorStrdup copy of the name
   FILE* m_FileHandle;   // the file, mode "rb"
@@ -154,6 +170,18 @@ class QOR_API qorStreamWriter {
   // one valid stream from the start of the file. The file is not truncated:
   // older bytes beyond the new output stay. Always returns 0.
   int rewind();
+
+  // --- Beside the calls above: errors that must not pass in silence. ---
+
+  // True once a write of the file came back short (a full disk, say) or
+  // failed.
+  bool failed() const;
+  // Writes out the buffered bytes, ends a running compressed stream and
+  // closes the file; raises "Write failed for <name>: <reason>\n" if any byte
+  // was lost at any point. This is how a program knows its data is on disk.
+  // After close() the writer is closed: further writes raise and the
+  // destructor does nothing more.
+  void close();
 
   size_t m_FileBytes;   // bytes written to the file, as fwrite reports them
   char* m_FileName;     // qorStrdup copy of the name
