@@ -832,3 +832,4 @@ long qorTriangulateLastSeed() { return 0; }
 qorInt32 qorTriangulateRings(qorInt32, const qorInt32*, const double (*)[2], std::vector<qorInt32>&) {
   qorThrow("qorTriangulateRings: not built yet", kUnit, __LINE__);
 }
+qorRingFixups qorTriangulateRingsFixups() { return qorRingFixups{}; }

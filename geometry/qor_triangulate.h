@@ -71,6 +71,17 @@ QOR_API long qorTriangulateLastSeed();
 QOR_API qorInt32 qorTriangulateRings(qorInt32 count, const qorInt32* sizes, const double (*points)[2],
                                      std::vector<qorInt32>& triangles);
 
+// What qorTriangulateRings() changed in its input before triangulating, in the calling thread's most recent call.
+struct qorRingFixups {
+  qorInt32 ringsReoriented;    // rings whose direction was reversed
+  qorInt32 pointsDropped;      // repeated, closing and collinear points left out
+  qorInt32 ringsDropped;       // rings of zero area left out
+  qorInt32 ringsSplit;         // rings that touch themselves, split at the touching vertex
+  qorInt32 verticesSeparated;  // vertices shared by rings (or visited twice by one) moved apart
+  qorInt32 retries;            // runs repeated with another insertion order
+};
+QOR_API qorRingFixups qorTriangulateRingsFixups();
+
 // --- Internal steps, in calling order. ---
 
 // Clears in_tree of segments 1..n and draws a new insertion order. Raises a
