@@ -118,6 +118,24 @@ void checkRandomTraffic(unsigned seed, int rounds, int steps, Alloc alloc, Relea
   for (const LiveBlock& block : live) release(block.p, block.size);
 }
 
+// The free-list report expected for lists of (size, entries), in that order.
+inline std::vector<std::string> expectedReport(const char* title,
+                                               const std::vector<std::pair<unsigned long, unsigned long>>& lists) {
+  std::vector<std::string> lines{title, "", " Size        Entries    Bytes", "----------  ---------  ---------"};
+  char line[64];
+  unsigned long entries = 0, bytes = 0;
+  for (const auto& list : lists) {
+    snprintf(line, sizeof line, "%10lu %10lu %10lu", list.first, list.second, list.first * list.second);
+    lines.push_back(line);
+    entries += list.second;
+    bytes += list.first * list.second;
+  }
+  lines.push_back("---------- ---------- ----------");
+  snprintf(line, sizeof line, "     Total %10lu %10lu", entries, bytes);
+  lines.push_back(line);
+  return lines;
+}
+
 // Runs `die` in a death-test child whose standard output goes to a file, and
 // returns what the child printed; `die` must end the process with `status`.
 template <typename Die>
