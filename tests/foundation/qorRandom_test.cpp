@@ -5,53 +5,29 @@
 #include <climits>
 #include <cstdint>
 
-TEST(qorrandom, KnownSequences) {
-  qorrandom one(1, 1);
-  EXPECT_EQ(one.UniformRandom(), 2147482883);
-  EXPECT_EQ(one.UniformRandom(), 2092764893);
-  EXPECT_EQ(one.UniformRandom(), 1390461063);
-  qorrandom table(12321, 32123);
-  EXPECT_EQ(table.UniformRandom(), 1333346939);
-  EXPECT_EQ(table.UniformRandom(), 1122406919);
-  EXPECT_EQ(table.UniformRandom(), 102916340);
-  qorrandom words(12321, 32123);
-  EXPECT_EQ(words.UniformRandom32(), 1115394567u);
-}
-
-TEST(qorrandom, Constants) {
-  EXPECT_EQ(qorrandom::MinSeed1, 1);
-  EXPECT_EQ(qorrandom::MaxSeed1, 2147483562);
-  EXPECT_EQ(qorrandom::MinSeed2, 1);
-  EXPECT_EQ(qorrandom::MaxSeed2, 2147483398);
-  EXPECT_EQ(qorrandom::MinOutput, 0);
-  EXPECT_EQ(qorrandom::MaxOutput, 2147483561);
-}
-
-TEST(qorrandom, MakeSeedsFromText) {
+TEST(qorrandom, KnownSequencesAndSeeds) {
   qorHashInitialize();
-  int a = 0;
-  int b = 0;
-  qorrandom::MakeSeeds("abc", a, b);
-  EXPECT_EQ(a, 1212234119);
-  EXPECT_EQ(b, 3522432);
-  qorrandom::MakeSeeds("", a, b);
-  EXPECT_EQ(a, 1484194932);
-  EXPECT_EQ(b, 1);
-  qorrandom::MakeSeeds(nullptr, a, b);
-  EXPECT_EQ(a, 1);
-  EXPECT_EQ(b, 1);
-  qorrandom fromText("abc");
-  EXPECT_EQ(fromText.seed1, 1212234119);
-  EXPECT_EQ(fromText.seed2, 3522432);
-  qorrandom fromNull(static_cast<const char*>(nullptr));
-  EXPECT_EQ(fromNull.seed1, 1);
-}
-
-TEST(qorrandom, ZeroSeedsStayZero) {
-  qorrandom r(0, 0);
-  for (int i = 0; i < 3; ++i) EXPECT_EQ(r.UniformRandom(), 2147483561);
-  EXPECT_EQ(r.seed1, 0);
-  EXPECT_EQ(r.seed2, 0);
+  qorrandom one(1, 1);
+  qorrandom table(12321, 32123);
+  for (int expected : {2147482883, 2092764893, 1390461063}) EXPECT_EQ(one.UniformRandom(), expected);
+  for (int expected : {1333346939, 1122406919, 102916340}) EXPECT_EQ(table.UniformRandom(), expected);
+  EXPECT_EQ(qorrandom(12321, 32123).UniformRandom32(), 1115394567u);
+  qorrandom zero(0, 0);  // zero seeds stay zero and give the top output
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(zero.UniformRandom(), 2147483561);
+  EXPECT_EQ(zero.seed1 | zero.seed2, 0);
+  const struct {
+    const char* text;
+    int seed1, seed2;
+  } rows[] = {{"abc", 1212234119, 3522432}, {"", 1484194932, 1}, {nullptr, 1, 1}};
+  for (const auto& row : rows) {
+    int a = 0, b = 0;
+    qorrandom::MakeSeeds(row.text, a, b);
+    EXPECT_EQ(a, row.seed1) << (row.text ? row.text : "null");
+    EXPECT_EQ(b, row.seed2) << (row.text ? row.text : "null");
+    qorrandom fromText(row.text);
+    EXPECT_EQ(fromText.seed1, row.seed1);
+    EXPECT_EQ(fromText.seed2, row.seed2);
+  }
 }
 
 // Schrage's method must equal the plain 64-bit modular products; any seeds,

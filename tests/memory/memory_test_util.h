@@ -4,13 +4,11 @@
 
 #include <gtest/gtest.h>
 #include <qor/qor_alloc.h>
-#include <qor/qor_exception.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <random>
@@ -21,17 +19,15 @@
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define QOR_TEST_SANITIZED 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define QOR_TEST_SANITIZED 1
-#endif
 #endif
 
 namespace memtest {
 
-// The page allocator is process-wide and the tests of one program share it.
-// Every test starts from a freshly initialised allocator and leaves it
-// uninitialised, whatever order the tests run in.
+using qortest::raisedText;
+using qortest::startsWith;
+
+// The page allocator is process-wide: every test starts from a freshly
+// initialised one and leaves it uninitialised, in whatever order tests run.
 class PageAllocFixture : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -43,40 +39,28 @@ class PageAllocFixture : public ::testing::Test {
   }
 };
 
-// The text of a caught exception; deletes it.
-inline std::string textOf(qorException* e) {
-  std::string text = e->what();
-  delete e;
-  return text;
+inline void setAddressSpaceCap(rlim_t bytes) {
+  rlimit limit{};
+  getrlimit(RLIMIT_AS, &limit);
+  limit.rlim_cur = bytes == 0 ? limit.rlim_max : bytes;
+  setrlimit(RLIMIT_AS, &limit);
 }
 
-using qortest::raisedText;
-using qortest::startsWith;
+inline void liftAddressSpaceCap() { setAddressSpaceCap(0); }
 
-// The address space now in use, in bytes.
-inline unsigned long addressSpaceInUse() {
-  unsigned long pages = 0;
-  FILE* statm = std::fopen("/proc/self/statm", "r");
-  if (statm != nullptr) {
-    if (std::fscanf(statm, "%lu", &pages) != 1) pages = 0;
-    std::fclose(statm);
-  }
-  return pages * static_cast<unsigned long>(sysconf(_SC_PAGESIZE));
-}
-
-// Runs body in a forked child whose address space may grow by only a few
-// MiB, so that a 16 MiB mapping fails; body lifts the cap with
-// liftAddressSpaceCap when it wants the next mapping to succeed. Returns the
-// child's exit status: body returns 0 for success, or the number of the
-// failed check.
+// Runs body in a forked child whose address space may grow by only 8 MiB, so
+// that a 16 MiB mapping fails (body calls liftAddressSpaceCap when the next
+// one should succeed). Returns the child's exit status: 0 for success, or the
+// number of the check that failed.
 inline int runWithCappedAddressSpace(const std::function<int()>& body) {
   std::fflush(nullptr);
   const pid_t child = fork();
   if (child == 0) {
-    rlimit limit{};
-    getrlimit(RLIMIT_AS, &limit);
-    limit.rlim_cur = addressSpaceInUse() + 8UL * 1024 * 1024;
-    if (setrlimit(RLIMIT_AS, &limit) != 0) _exit(100);
+    unsigned long pages = 0;
+    FILE* statm = std::fopen("/proc/self/statm", "r");
+    if (statm == nullptr || std::fscanf(statm, "%lu", &pages) != 1) _exit(100);
+    std::fclose(statm);
+    setAddressSpaceCap(pages * static_cast<unsigned long>(sysconf(_SC_PAGESIZE)) + (8UL << 20));
     int result = 101;
     try {
       result = body();
@@ -90,40 +74,25 @@ inline int runWithCappedAddressSpace(const std::function<int()>& body) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : 200 + WTERMSIG(status);
 }
 
-inline void liftAddressSpaceCap() {
-  rlimit limit{};
-  getrlimit(RLIMIT_AS, &limit);
-  limit.rlim_cur = limit.rlim_max;
-  setrlimit(RLIMIT_AS, &limit);
-}
-
-// Counts the objects on an intrusive free list.
+// The number of objects on an intrusive free list.
 inline unsigned long listLength(void* head) {
   unsigned long count = 0;
-  while (head != nullptr) {
-    void* next;
-    std::memcpy(&next, head, sizeof next);
-    head = next;
-    ++count;
-  }
+  for (; head != nullptr; ++count) std::memcpy(&head, head, sizeof head);
   return count;
 }
 
 // Random allocate-and-release traffic checked against an oracle of live
 // blocks: each block is filled with its own byte and checked just before it
-// is released, so a block handed out twice or overlapping another shows up as
-// a changed byte. `pickSize(random)` draws each request's size; `between`
-// runs after every `steps` steps, `rounds` times. Blocks still live at the
-// end are released.
-struct LiveBlock {
-  unsigned char* p;
-  unsigned long size;
-  unsigned char fill;
-};
-
+// is released, so a block handed out twice or overlapping another shows up.
+// `between` runs after every `steps` steps, `rounds` times.
 template <typename Alloc, typename Release, typename PickSize, typename Between>
 void checkRandomTraffic(unsigned seed, int rounds, int steps, Alloc alloc, Release release, PickSize pickSize,
                         Between between) {
+  struct LiveBlock {
+    unsigned char* p;
+    unsigned long size;
+    unsigned char fill;
+  };
   std::mt19937 random(seed);
   std::vector<LiveBlock> live;
   for (int round = 0; round < rounds; ++round) {
@@ -133,20 +102,38 @@ void checkRandomTraffic(unsigned seed, int rounds, int steps, Alloc alloc, Relea
         LiveBlock block{static_cast<unsigned char*>(alloc(size)), size, static_cast<unsigned char>(random())};
         std::memset(block.p, block.fill, size);
         live.push_back(block);
-      } else {
-        const size_t index = random() % live.size();
-        const LiveBlock block = live[index];
-        live[index] = live.back();
-        live.pop_back();
-        for (unsigned long i = 0; i < block.size; ++i) {
-          ASSERT_EQ(block.p[i], block.fill) << "seed " << seed << " round " << round << " step " << step;
-        }
-        release(block.p, block.size);
+        continue;
       }
+      const size_t index = random() % live.size();
+      const LiveBlock block = live[index];
+      live[index] = live.back();
+      live.pop_back();
+      for (unsigned long i = 0; i < block.size; ++i) {
+        ASSERT_EQ(block.p[i], block.fill) << "seed " << seed << " round " << round << " step " << step;
+      }
+      release(block.p, block.size);
     }
     between();
   }
   for (const LiveBlock& block : live) release(block.p, block.size);
+}
+
+// The free-list report expected for lists of (size, entries), in that order.
+inline std::vector<std::string> expectedReport(const char* title,
+                                               const std::vector<std::pair<unsigned long, unsigned long>>& lists) {
+  std::vector<std::string> lines{title, "", " Size        Entries    Bytes", "----------  ---------  ---------"};
+  char line[64];
+  unsigned long entries = 0, bytes = 0;
+  for (const auto& list : lists) {
+    snprintf(line, sizeof line, "%10lu %10lu %10lu", list.first, list.second, list.first * list.second);
+    lines.push_back(line);
+    entries += list.second;
+    bytes += list.first * list.second;
+  }
+  lines.push_back("---------- ---------- ----------");
+  snprintf(line, sizeof line, "     Total %10lu %10lu", entries, bytes);
+  lines.push_back(line);
+  return lines;
 }
 
 // Runs `die` in a death-test child whose standard output goes to a file, and

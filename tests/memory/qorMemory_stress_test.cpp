@@ -1,4 +1,4 @@
-// Concurrency stress: several threads allocate and release at once from one
+// Concurrency stress: threads allocate and release at once from one
 // qorHeapCSO, from the object allocator and from the page allocator. Every
 // object is stamped with its owner and checked just before release, so an
 // object handed to two owners at once is caught; reports are taken
@@ -7,84 +7,70 @@
 #include <qor/qor_heapcso.h>
 #include <qor/qor_objectalloc.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
-#include <functional>
 #include <memory>
-#include <random>
 #include <thread>
-#include <vector>
 
 #include "memory_test_util.h"
 
 namespace {
 
-constexpr int kRounds = 800;
-constexpr int kBatch = 64;
-
-// Stamps the first word of an object of size bytes (at least 8), and the
-// last word too when it does not overlap the first.
-struct Stamp {
-  static std::uint64_t make(unsigned owner, unsigned serial) { return (std::uint64_t{owner} << 32) | serial; }
-  static void write(void* p, unsigned long size, std::uint64_t stamp) {
-    std::memcpy(p, &stamp, 8);
-    if (size >= 16) std::memcpy(static_cast<char*>(p) + size - 8, &stamp, 8);
-  }
-  static bool check(void* p, unsigned long size, std::uint64_t stamp) {
-    std::uint64_t head, tail = stamp;
-    std::memcpy(&head, p, 8);
-    if (size >= 16) std::memcpy(&tail, static_cast<char*>(p) + size - 8, 8);
-    return head == stamp && tail == stamp;
-  }
+struct Allocator {
+  const char* name;
+  std::function<void*(unsigned long)> alloc;
+  std::function<void(void*, unsigned long)> release;
+  std::function<void()> report;
+  std::function<unsigned long(std::mt19937&)> sizeOf;
 };
 
-// Runs threads workers; each allocates batches with alloc(size), stamps
-// them, checks them and releases them with release(p, size). Returns the
-// number of stamps found overwritten.
-int runWorkers(int threads, const std::function<void*(unsigned long)>& alloc,
-               const std::function<void(void*, unsigned long)>& release, const std::function<void()>& report,
-               const std::function<unsigned long(std::mt19937&)>& sizeOf) {
+// Stamps the first word of an object (at least 8 bytes), and the last when
+// it does not overlap the first.
+void stamp(void* p, unsigned long size, std::uint64_t value) {
+  std::memcpy(p, &value, 8);
+  if (size >= 16) std::memcpy(static_cast<char*>(p) + size - 8, &value, 8);
+}
+
+bool stamped(void* p, unsigned long size, std::uint64_t value) {
+  std::uint64_t head, tail = value;
+  std::memcpy(&head, p, 8);
+  if (size >= 16) std::memcpy(&tail, static_cast<char*>(p) + size - 8, 8);
+  return head == value && tail == value;
+}
+
+// Each worker allocates batches, stamps them and releases about half in
+// random order, checking each stamp first. Returns the stamps found broken.
+int runWorkers(int threads, const Allocator& a) {
   std::atomic<int> broken{0};
   std::atomic<bool> done{false};
   std::vector<std::thread> workers;
   for (int t = 0; t < threads; ++t) {
     workers.emplace_back([&, t] {
       std::mt19937 random(1000u + static_cast<unsigned>(t));
-      struct Held {
-        void* p;
-        unsigned long size;
-        std::uint64_t stamp;
-      };
-      std::vector<Held> held;
-      unsigned serial = 0;
-      for (int round = 0; round < kRounds; ++round) {
-        const int count = 1 + static_cast<int>(random() % kBatch);
-        for (int i = 0; i < count; ++i) {
-          const unsigned long size = sizeOf(random);
-          void* p = alloc(size);
-          const std::uint64_t stamp = Stamp::make(static_cast<unsigned>(t), ++serial);
-          Stamp::write(p, size, stamp);
-          held.push_back({p, size, stamp});
+      std::vector<std::tuple<void*, unsigned long, std::uint64_t>> held;
+      std::uint64_t serial = std::uint64_t(t) << 32;
+      for (int round = 0; round < 800; ++round) {
+        for (int i = 1 + static_cast<int>(random() % 64); i > 0; --i) {
+          const unsigned long size = a.sizeOf(random);
+          void* p = a.alloc(size);
+          stamp(p, size, ++serial);
+          held.emplace_back(p, size, serial);
         }
-        // Release about half, in random order, checking each stamp first.
         std::shuffle(held.begin(), held.end(), random);
-        const size_t keep = held.size() / 2;
+        const size_t keep = round == 799 ? 0 : held.size() / 2;
         while (held.size() > keep) {
-          const Held h = held.back();
+          auto [p, size, value] = held.back();
           held.pop_back();
-          if (!Stamp::check(h.p, h.size, h.stamp)) ++broken;
-          release(h.p, h.size);
+          if (!stamped(p, size, value)) ++broken;
+          a.release(p, size);
         }
-      }
-      for (const Held& h : held) {
-        if (!Stamp::check(h.p, h.size, h.stamp)) ++broken;
-        release(h.p, h.size);
       }
     });
   }
   std::thread reporter([&] {
     while (!done.load()) {
-      report();
+      a.report();
       std::this_thread::yield();
     }
   });
@@ -94,71 +80,43 @@ int runWorkers(int threads, const std::function<void*(unsigned long)>& alloc,
   return broken.load();
 }
 
-unsigned long smallSize(std::mt19937& random) { return 8 + random() % 120; }
+class qorMemoryStress : public ::memtest::PageAllocFixture {};
 
-class qorHeapCSO : public ::memtest::PageAllocFixture {};
-class qorObjectAlloc : public ::memtest::PageAllocFixture {};
-class qorPageAlloc : public ::memtest::PageAllocFixture {};
-
-// Catches a lost update of a list head under contention: an object handed
-// to two threads, or a report walking a list while it changes.
-TEST_F(qorHeapCSO, ThreadsShareOneHeapWithoutHandingOutAnObjectTwice) {
-  std::unique_ptr<::qorHeapCSO> heap(new ::qorHeapCSO);
-  for (int threads : {2, 4, 8}) {
-    std::vector<std::string> lines;
-    const int broken = runWorkers(
-        threads, [&](unsigned long size) { return heap->Alloc(size); },
-        [&](void* p, unsigned long size) { heap->Dealloc2(p, size); },
-        [&] {
-          heap->getFreeListStats(lines);
-          (void)heap->getTotalBytesAllocated();
-        },
-        smallSize);
-    EXPECT_EQ(broken, 0) << threads << " threads";
-  }
-  EXPECT_GT(heap->getTotalBytesAllocated(), 0.0);
-}
-
-// Catches the same fault in the process-wide object allocator, including
-// concurrent refills that take the page allocator's lock inside qorOAMutex.
-TEST_F(qorObjectAlloc, ThreadsShareTheListsWithoutHandingOutAnObjectTwice) {
-  for (int threads : {2, 4, 8}) {
-    std::vector<std::string> lines;
-    const int broken = runWorkers(
-        threads, [](unsigned long size) { return qorOAAlloc(size); },
-        [](void* p, unsigned long size) { qorOADealloc(p, size); },
-        [&] {
-          qorOAGetFreeListStats(lines);
-          (void)qorOAGetTotalBytesAllocated();
-          (void)::qorPageAlloc::GetTotalPages();
-        },
-        smallSize);
-    EXPECT_EQ(broken, 0) << threads << " threads";
-  }
-}
-
-// Catches the same fault in the page allocator, with pages and permanent
-// blocks taken at once.
-TEST_F(qorPageAlloc, ThreadsSharePagesWithoutHandingOutAPageTwice) {
-  for (int threads : {2, 4, 8}) {
-    const int broken = runWorkers(
-        threads, [](unsigned long) { return ::qorPageAlloc::Alloc(); },
-        [](void* p, unsigned long) { ::qorPageAlloc::Dealloc(p); },
-        [] {
-          (void)::qorPageAlloc::GetFreePages();
-          (void)::qorPageAlloc::GetTotalPages();
-        },
-        [](std::mt19937& random) {
-          // Now and then a permanent block of objects, mixed with the pages.
-          if (random() % 64 == 0) {
-            unsigned long obtained = 0;
-            void* memory = nullptr;
-            ::qorPageAlloc::PermanentAlloc(8, 1, obtained, memory);
-            std::memset(memory, 1, 64);
-          }
-          return ::qorPageAlloc::GetPageSize();
-        });
-    EXPECT_EQ(broken, 0) << threads << " threads";
+TEST_F(qorMemoryStress, ThreadsNeverGetTheSameObjectTwice) {
+  std::unique_ptr<qorHeapCSO> heap(new qorHeapCSO);
+  std::vector<std::string> lines;
+  auto smallSize = [](std::mt19937& random) { return 8 + random() % 120; };
+  const Allocator allocators[] = {
+      {"qorHeapCSO", [&](unsigned long size) { return heap->Alloc(size); },
+       [&](void* p, unsigned long size) { heap->Dealloc2(p, size); },
+       [&] {
+         heap->getFreeListStats(lines);
+         (void)heap->getTotalBytesAllocated();
+       },
+       smallSize},
+      // Refills take the page allocator's lock inside the object allocator's.
+      {"object allocator", [](unsigned long size) { return qorOAAlloc(size); },
+       [](void* p, unsigned long size) { qorOADealloc(p, size); },
+       [&] {
+         qorOAGetFreeListStats(lines);
+         (void)qorPageAlloc::GetTotalPages();
+       },
+       smallSize},
+      // Pages, now and then mixed with a permanent block.
+      {"page allocator", [](unsigned long) { return qorPageAlloc::Alloc(); },
+       [](void* p, unsigned long) { qorPageAlloc::Dealloc(p); }, [] { (void)qorPageAlloc::GetFreePages(); },
+       [](std::mt19937& random) {
+         if (random() % 64 == 0) {
+           unsigned long obtained = 0;
+           void* memory = nullptr;
+           qorPageAlloc::PermanentAlloc(8, 1, obtained, memory);
+           std::memset(memory, 1, 64);
+         }
+         return qorPageAlloc::GetPageSize();
+       }},
+  };
+  for (const Allocator& allocator : allocators) {
+    for (int threads : {2, 4, 8}) EXPECT_EQ(runWorkers(threads, allocator), 0) << allocator.name << " " << threads;
   }
 }
 
