@@ -9,6 +9,8 @@
 
 #include <QMutex>
 
+#include "qor_export.h"
+
 #if defined(__SANITIZE_THREAD__)
 #define QOR_TSAN 1
 #elif defined(__has_feature)

@@ -12,7 +12,8 @@
 // (it only exchanges the successors of the two elements' predecessors through
 // the new copies), so every walk along Next returns to its start within
 // SplitPoly.size() steps.
-#include "qor_polysplit.h"
+#include <qor/qor_assert.h>
+#include <qor/qor_polysplit.h>
 
 #include <QPointF>
 #include <QVector2D>
@@ -24,8 +25,6 @@
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
-
-#include "qor_assert.h"
 
 namespace {
 
