@@ -150,7 +150,9 @@ inline qorInt32 chainSlot(vertex_t* v, vertex_t* w) {
 
 }  // namespace
 
-qorInt32 make_new_monotone_poly(qorInt32 poly, qorInt32 a, qorInt32 b) {
+// Flattened so that get_angle() is inlined into the slot search (0.35% of a
+// whole triangulation otherwise).
+[[gnu::flatten]] qorInt32 make_new_monotone_poly(qorInt32 poly, qorInt32 a, qorInt32 b) {
   // Everything is checked before anything changes.
   if (a <= 0 || b <= 0 || a > currentVertices || b > currentVertices || poly < 0 || poly > mon_idx)
     walkFailed(__LINE__);
@@ -441,8 +443,11 @@ qorInt32 math_N(qorInt32 n, qorInt32 h) {
 namespace {
 
 // construct_trapezoids() when clearAll is true; false builds the map as
-// qor_internal::startMap does.
-void buildMap(qorInt32 n, bool clearAll) {
+// qor_internal::startMap does. Flattened so that find_new_roots() and
+// choose_segment() are inlined into the phase loops, which the compiler
+// would otherwise leave as calls (1.2% more instructions in a whole
+// triangulation).
+[[gnu::flatten]] void buildMap(qorInt32 n, bool clearAll) {
   if (n < 1 || n >= SEGSIZE) qorThrow("construct_trapezoids: segment count outside 1..8191", kUnit, __LINE__);
   const PhasePlan& plan = planFor(n);
   const qorInt32 first = choose_segment();
