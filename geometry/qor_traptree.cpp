@@ -192,8 +192,9 @@ qorInt32 newtrap() {
 namespace {
 
 // init_query_structure() when clearAll is true; false leaves the clearing of
-// the previous map's entries to qor_internal::settleMap.
-qorInt32 beginMap(qorInt32 segment, bool clearAll) {
+// the previous map's entries to qor_internal::settleMap. Flattened so that
+// the eleven newnode() and newtrap() calls are inlined.
+[[gnu::flatten]] qorInt32 beginMap(qorInt32 segment, bool clearAll) {
   if (segment <= 0 || segment >= SEGSIZE)
     qorThrow("init_query_structure: segment number out of range", kUnit, __LINE__);
 

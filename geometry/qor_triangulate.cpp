@@ -1,4 +1,5 @@
 #include <qor/qor_assert.h>
+#include <qor/qor_mutex.h>
 #include <qor/qor_traptree.h>
 #include <qor/qor_triangulate.h>
 #include <sys/mman.h>
@@ -8,7 +9,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <mutex>
 
 #include "internal/traptree.h"
 
@@ -40,9 +40,9 @@ struct chain_t {
 constexpr qorInt32 kChainSize = TRAPSIZE;
 
 // Serialises triangulate() and is_point_inside_polygon(): the tables are
-// process-wide. A std::mutex: constant-initialised and trivially destroyed,
+// process-wide. A QBasicMutex: constant-initialised and trivially destroyed,
 // so the library runs no code for it at load or unload.
-std::mutex triangulateMutex;
+QBasicMutex triangulateMutex;
 
 qorInt32 permute[SEGSIZE];
 qorInt32 choose_idx = 1;
@@ -82,7 +82,8 @@ struct Visit {
 };
 alignas(1 << 21) Visit walkStack[4 * TRAPSIZE + 8];
 
-std::once_flag hugePagesAdvised;
+// Whether the huge-page hint was given; read and written under triangulateMutex.
+bool hugePagesAdvised = false;
 
 template <typename T>
 void clearUsed(T* table, qorInt32& used) {
@@ -677,22 +678,27 @@ qorInt32 triangulate_monotone_polygons(qorInt32 nvert, qorInt32 npolys, qorInt32
 // ---------------------------------------------------------------------------
 // Entry points.
 
+namespace {
+
 // Insertion in random order touches the megabytes of tr and qs at random,
 // and the walk and the chains are touched at random too, so a large
 // triangulation spends much of its time in TLB misses; huge pages cover the
 // tables with a few entries. Only a hint: without transparent huge pages
 // nothing changes. Given on the first triangulation rather than at load, so
-// that a program that never triangulates does not pay for it.
-void qor_internal::adviseHugePagesOnce() {
-  std::call_once(hugePagesAdvised, [] {
-    madvise(seg, sizeof(seg), MADV_HUGEPAGE);
-    madvise(tr, sizeof(tr), MADV_HUGEPAGE);
-    madvise(qs, sizeof(qs), MADV_HUGEPAGE);
-    madvise(vert, sizeof(vert), MADV_HUGEPAGE);
-    madvise(mchain, sizeof(mchain), MADV_HUGEPAGE);
-    madvise(walkStack, sizeof(walkStack), MADV_HUGEPAGE);
-  });
+// that a program that never triangulates does not pay for it. Call with
+// triangulateMutex held.
+void adviseHugePagesOnce() {
+  if (hugePagesAdvised) return;
+  madvise(seg, sizeof(seg), MADV_HUGEPAGE);
+  madvise(tr, sizeof(tr), MADV_HUGEPAGE);
+  madvise(qs, sizeof(qs), MADV_HUGEPAGE);
+  madvise(vert, sizeof(vert), MADV_HUGEPAGE);
+  madvise(mchain, sizeof(mchain), MADV_HUGEPAGE);
+  madvise(walkStack, sizeof(walkStack), MADV_HUGEPAGE);
+  hugePagesAdvised = true;
 }
+
+}  // namespace
 
 qorInt32 triangulate(qorInt32 count, qorInt32* sizes, double (*points)[2], qorInt32 (*triangles)[3]) {
   // Everything about the input is checked before any table changes.
@@ -729,8 +735,8 @@ qorInt32 triangulate(qorInt32 count, qorInt32* sizes, double (*points)[2], qorIn
         "holes clockwise)",
         kUnit, __LINE__);
 
-  std::lock_guard<std::mutex> lock(triangulateMutex);
-  qor_internal::adviseHugePagesOnce();
+  qorMutexLocker lock(triangulateMutex);
+  adviseHugePagesOnce();
   lastCount = 0;
   clearUsed(seg, segUsed);
   qorInt32 i = 1;
@@ -775,7 +781,7 @@ qorInt32 triangulate(qorInt32 count, qorInt32* sizes, double (*points)[2], qorIn
 
 qorInt32 is_point_inside_polygon(double* point) {
   if (point == nullptr) qorThrow("is_point_inside_polygon: null point", kUnit, __LINE__);
-  std::lock_guard<std::mutex> lock(triangulateMutex);
+  qorMutexLocker lock(triangulateMutex);
   point_t p;
   p.x = point[0];
   p.y = point[1];
@@ -787,7 +793,7 @@ qorInt32 is_point_inside_polygon(double* point) {
 }
 
 qorInt32 triangulate_last_count() {
-  std::lock_guard<std::mutex> lock(triangulateMutex);
+  qorMutexLocker lock(triangulateMutex);
   return lastCount;
 }
 

@@ -21,10 +21,6 @@ qorInt32 trapLimit();
 qorInt32 startMap(qorInt32 segment);
 void settleMap();
 
-// The madvise(MADV_HUGEPAGE) hint for the triangulator's large tables, given
-// once in the process on the first triangulation (thread-safe).
-void adviseHugePagesOnce();
-
 // The point comparisons. The exported _greater_than and its kin are these;
 // inline here so that the hot loops of both units inline them.
 inline qorInt32 greaterThan(const point_t* a, const point_t* b) {
