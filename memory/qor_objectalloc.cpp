@@ -2,8 +2,6 @@
 #include <qor/qor_assert.h>
 #include <qor/qor_objectalloc.h>
 
-#include <cstdio>
-
 #include "internal/freelist_stats.h"
 #include "internal/link.h"
 
