@@ -332,7 +332,7 @@ void PolySplitter::SplitPolygon() {
 
 void PolySplitter::CreateBridge(PolyEdge* source, PolyEdge* target) {
   if (source == nullptr || target == nullptr || source == target || source->Prev == nullptr || target->Prev == nullptr)
-    qorThrow("A bridge needs two distinct linked ring elements", "qor_polysplit", __LINE__);
+    qorThrow("PolySplitter::CreateBridge: a bridge needs two distinct linked ring elements", "qor_polysplit", __LINE__);
 
   SplitPoly.push_back(*source);
   PolyEdge* a = &SplitPoly.back();

@@ -83,7 +83,7 @@ unsigned long qorPageAlloc::ComputeEfficientSize(unsigned long objectSize, unsig
   if (unit == 0) qorThrow("qorPageAlloc not initialised!", "qor_alloc", __LINE__);
   unsigned long bytes;
   if (__builtin_mul_overflow(objectSize, objectCount, &bytes) || bytes > ~0UL - (unit - 1)) {
-    qorThrow("Permanent allocation too large: object size times count overflows", "qor_alloc", __LINE__);
+    qorThrow("qorPageAlloc::ComputeEfficientSize: object size times count overflows", "qor_alloc", __LINE__);
   }
   return ((bytes + unit - 1) / unit) * unit;
 }
@@ -103,7 +103,7 @@ void* qorPageAlloc::AllocRawPages(unsigned long pages) {
   if (m_PageSize == 0) qorThrow("qorPageAlloc not initialised!", "qor_alloc", __LINE__);
   unsigned long length;
   if (pages == 0 || __builtin_mul_overflow(pages, m_PageSize, &length)) {
-    qorThrow("AllocRawPages: page count is 0 or too large", "qor_alloc", __LINE__);
+    qorThrow("qorPageAlloc::AllocRawPages: page count is 0 or too large", "qor_alloc", __LINE__);
   }
   void* address = qor_internal::mapAndRecord(m_FirstPermFree, length, "qor_alloc", __LINE__);
   m_TotalPages += pages;
