@@ -3,9 +3,10 @@
 find_library(QOR_GLU_LIBRARY GLU REQUIRED)
 find_library(QOR_GMP_LIBRARY gmp REQUIRED)
 find_library(QOR_MPFR_LIBRARY mpfr REQUIRED)
-qor_add_benchmark(BM_geometry_triangulate geometry_triangulate.cpp
+qor_add_benchmark(bench_triangulate bench_triangulate.cpp
   LIBS ${QOR_GLU_LIBRARY} ${QOR_MPFR_LIBRARY} ${QOR_GMP_LIBRARY})
-target_include_directories(BM_geometry_triangulate PRIVATE "${CMAKE_SOURCE_DIR}/tests/geometry")
+# The random polygons are the ones the tests use.
+target_include_directories(bench_triangulate PRIVATE "${PROJECT_SOURCE_DIR}/tests/support")
 
 # Polygon splitting: Split and Divide at 1,000 and 10,000 vertices, against a plain pass over the vertices.
-qor_add_benchmark(BM_geometry_polysplit geometry_polysplit.cpp)
+qor_add_benchmark(bench_polysplit bench_polysplit.cpp)

@@ -1,10 +1,10 @@
-#include "qor_assert.h"
+#include <qor/qor_assert.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <new>
 
-#include "qor_message.h"
+#include "internal/message.h"
 
 namespace {
 
@@ -15,7 +15,7 @@ char* composeExactly(const char* format, const char* first, const char* second) 
   char* buffer = static_cast<char*>(malloc(static_cast<size_t>(length) + 1));
   if (buffer == nullptr) throw std::bad_alloc();
   snprintf(buffer, static_cast<size_t>(length) + 1, format, first, second);
-  qorAdoptMessage(buffer);
+  qor_internal::adoptMessage(buffer);
   return buffer;
 }
 
@@ -32,12 +32,12 @@ void qorThrow(char const* message, char const* file, unsigned long line) {
   qorThrow(qorMakeExceptionToThrow(message, file, line));
 }
 
-char* qorComposeMessage(const char* prefix, const char* detail) {
+char* qor_internal::composeMessage(const char* prefix, const char* detail) {
   return composeExactly("%s%s\n", prefix != nullptr ? prefix : "", detail != nullptr ? detail : "(null)");
 }
 
-char* qorComposeLine(const char* text) { return composeExactly("%s\n%s", text != nullptr ? text : "", ""); }
+char* qor_internal::composeLine(const char* text) { return composeExactly("%s\n%s", text != nullptr ? text : "", ""); }
 
 void qorThrowComposed(const char* prefix, const char* detail, const char* file, unsigned long line) {
-  qorThrow(qorComposeMessage(prefix, detail), file, line);
+  qorThrow(qor_internal::composeMessage(prefix, detail), file, line);
 }

@@ -14,4 +14,10 @@ QOR_API qorException* qorMakeExceptionToThrow(char const* message, char const* f
 // Throws qorMakeExceptionToThrow(message, file, line). Never returns.
 [[noreturn]] QOR_API void qorThrow(char const* message, char const* file, unsigned long line);
 
+// Throws a message composed as "%s%s\n" of prefix and detail (a null detail
+// reads "(null)") in a malloc buffer of exactly the needed size, which the
+// exception owns and releases when it is deleted. Never returns.
+[[noreturn]] QOR_API void qorThrowComposed(const char* prefix, const char* detail, const char* file,
+                                           unsigned long line);
+
 #endif

@@ -1,4 +1,4 @@
-#include "qor_base2.h"
+#include <qor/qor_base2.h>
 
 unsigned int qorNextPowerOfTwoGreaterThan(unsigned int v) {
   for (unsigned int probe = 0x40000000u; probe != 0; probe >>= 1) {

@@ -1,4 +1,4 @@
-#include "qor_exception.h"
+#include <qor/qor_exception.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -7,7 +7,7 @@
 #include <unordered_set>
 #include <vector>
 
-#include "qor_message.h"
+#include "internal/message.h"
 
 namespace {
 
@@ -60,7 +60,7 @@ void releaseOwned(const qorException* exception) {
 
 }  // namespace
 
-void qorAdoptMessage(char* buffer) {
+void qor_internal::adoptMessage(char* buffer) {
   if (buffer == nullptr) return;
   OwnedTexts& texts = ownedTexts();
   std::lock_guard<std::mutex> lock(texts.mutex);

@@ -1,10 +1,9 @@
-#include "qor_hashutil.h"
+#include <qor/qor_hashutil.h>
+#include <qor/qor_random.h>
 
 #include <cctype>
 #include <cstddef>
 #include <cstring>
-
-#include "qor_random.h"
 
 const unsigned int qorHashPrimes[20] = {3,        11,       29,        83,        239,        673,        2027,
                                         6089,     18269,    54829,     164503,    493523,     1480571,    4441721,

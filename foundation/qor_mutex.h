@@ -9,6 +9,8 @@
 
 #include <QMutex>
 
+#include "qor_export.h"
+
 #if defined(__SANITIZE_THREAD__)
 #define QOR_TSAN 1
 #elif defined(__has_feature)
@@ -22,9 +24,14 @@ extern "C" void __tsan_acquire(void* addr);
 extern "C" void __tsan_release(void* addr);
 #endif
 
+//
+// Mutex is QMutex or, for a mutex that must be constant-initialised and
+// trivially destroyed (no code at load or unload), QBasicMutex; the type is
+// deduced from the argument: qorMutexLocker lock(mutex).
+template <typename Mutex = QMutex>
 class qorMutexLocker {
  public:
-  explicit qorMutexLocker(QMutex& mutex) : m_Mutex(mutex) {
+  explicit qorMutexLocker(Mutex& mutex) : m_Mutex(mutex) {
     m_Mutex.lock();
 #ifdef QOR_TSAN
     __tsan_acquire(&m_Mutex);
@@ -40,7 +47,7 @@ class qorMutexLocker {
   qorMutexLocker& operator=(const qorMutexLocker&) = delete;
 
  private:
-  QMutex& m_Mutex;
+  Mutex& m_Mutex;
 };
 
 #endif

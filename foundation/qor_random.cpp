@@ -1,8 +1,7 @@
-#include "qor_random.h"
+#include <qor/qor_hashutil.h>
+#include <qor/qor_random.h>
 
 #include <cstdint>
-
-#include "qor_hashutil.h"
 
 // Out-of-line definitions, so the constants can be bound to references.
 const int qorrandom::MinSeed1;

@@ -1,13 +1,12 @@
-#include "qor_strings.h"
-
+#include <qor/qor_assert.h>
+#include <qor/qor_strings.h>
 #include <strings.h>
 
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
 
-#include "qor_assert.h"
-#include "qor_message.h"
+#include "internal/message.h"
 
 namespace {
 
@@ -75,7 +74,7 @@ void qorToUpper(char* s) {
 }
 
 void qorInsertCommas(std::string& out, std::string const& in, unsigned int frequency, char separator) {
-  if (frequency == 0) qorThrow(qorComposeLine("frequency > 0"), "qor_strings", __LINE__);
+  if (frequency == 0) qorThrow(qor_internal::composeLine("frequency > 0"), "qor_strings", __LINE__);
   if (&out == &in) {
     // The output is cleared before the input is read, so group a copy.
     const std::string copy(in);

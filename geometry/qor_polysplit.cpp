@@ -12,7 +12,8 @@
 // (it only exchanges the successors of the two elements' predecessors through
 // the new copies), so every walk along Next returns to its start within
 // SplitPoly.size() steps.
-#include "qor_polysplit.h"
+#include <qor/qor_assert.h>
+#include <qor/qor_polysplit.h>
 
 #include <QPointF>
 #include <QVector2D>
@@ -24,8 +25,6 @@
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
-
-#include "qor_assert.h"
 
 namespace {
 
@@ -122,18 +121,31 @@ void relink(const std::list<PolyEdge>& from, std::list<PolyEdge>& to, const std:
   for (const PolyEdge* e : fromOnLine) toOnLine.push_back(find(e));
 }
 
+// The bounding box of a non-empty polygon, corners included; its width and
+// height can exceed int, so they are taken in 64 bits.
+struct Box {
+  int minX = INT_MAX, maxX = INT_MIN, minY = INT_MAX, maxY = INT_MIN;
+  int64_t width() const { return static_cast<int64_t>(maxX) - minX; }
+  int64_t height() const { return static_cast<int64_t>(maxY) - minY; }
+};
+
+Box boundsOf(const QPolygon& poly) {
+  Box box;
+  for (const QPoint& p : poly) {
+    box.minX = std::min(box.minX, p.x());
+    box.maxX = std::max(box.maxX, p.x());
+    box.minY = std::min(box.minY, p.y());
+    box.maxY = std::max(box.maxY, p.y());
+  }
+  return box;
+}
+
 // Width plus height of the bounding box; a remainder of Divide whose box does
 // not shrink is making no progress.
 int64_t extent(const QPolygon& poly) {
   if (poly.isEmpty()) return 0;
-  int64_t minX = INT64_MAX, maxX = INT64_MIN, minY = INT64_MAX, maxY = INT64_MIN;
-  for (const QPoint& p : poly) {
-    minX = std::min<int64_t>(minX, p.x());
-    maxX = std::max<int64_t>(maxX, p.x());
-    minY = std::min<int64_t>(minY, p.y());
-    maxY = std::max<int64_t>(maxY, p.y());
-  }
-  return (maxX - minX) + (maxY - minY);
+  const Box box = boundsOf(poly);
+  return box.width() + box.height();
 }
 
 // Breaks in a row without a smaller bounding box before Divide keeps a
@@ -320,7 +332,7 @@ void PolySplitter::SplitPolygon() {
 
 void PolySplitter::CreateBridge(PolyEdge* source, PolyEdge* target) {
   if (source == nullptr || target == nullptr || source == target || source->Prev == nullptr || target->Prev == nullptr)
-    qorThrow("A bridge needs two distinct linked ring elements", "qor_polysplit", __LINE__);
+    qorThrow("PolySplitter::CreateBridge: a bridge needs two distinct linked ring elements", "qor_polysplit", __LINE__);
 
   SplitPoly.push_back(*source);
   PolyEdge* a = &SplitPoly.back();
@@ -378,16 +390,10 @@ std::vector<QPolygon> PolySplitter::Break(const QPolygon& poly, int rank) {
   if (n == 0) return {};
   if (rank < 0 || rank >= n) return {poly};
 
-  int minX = INT_MAX, maxX = INT_MIN, minY = INT_MAX, maxY = INT_MIN;
-  for (const QPoint& p : poly) {
-    minX = std::min(minX, p.x());
-    maxX = std::max(maxX, p.x());
-    minY = std::min(minY, p.y());
-    maxY = std::max(maxY, p.y());
-  }
+  const Box box = boundsOf(poly);
   // Taller than wide: a horizontal cut across the y values; otherwise
   // (square included) a vertical cut across the x values.
-  const bool horizontal = static_cast<int64_t>(maxY) - minY > static_cast<int64_t>(maxX) - minX;
+  const bool horizontal = box.height() > box.width();
   std::vector<int> coords;
   coords.reserve(n);
   for (const QPoint& p : poly) coords.push_back(horizontal ? p.y() : p.x());
@@ -402,7 +408,7 @@ std::vector<QPolygon> PolySplitter::Break(const QPolygon& poly, int rank) {
   } else {
     std::nth_element(coords.begin(), coords.begin() + rank, coords.end());
     const int ranked = coords[rank];
-    const int smallest = horizontal ? minY : minX;
+    const int smallest = horizontal ? box.minY : box.minX;
     if (ranked == smallest) return {poly};
     // Everything before position rank is at most ranked, and the smallest
     // value, which is below it, is among them.
@@ -412,10 +418,10 @@ std::vector<QPolygon> PolySplitter::Break(const QPolygon& poly, int rank) {
     }
   }
 
-  const QLine line =
-      horizontal
-          ? QLine(clampToInt(static_cast<int64_t>(minX) - 5), cut, clampToInt(static_cast<int64_t>(maxX) + 5), cut)
-          : QLine(cut, clampToInt(static_cast<int64_t>(minY) - 5), cut, clampToInt(static_cast<int64_t>(maxY) + 5));
+  const QLine line = horizontal ? QLine(clampToInt(static_cast<int64_t>(box.minX) - 5), cut,
+                                        clampToInt(static_cast<int64_t>(box.maxX) + 5), cut)
+                                : QLine(cut, clampToInt(static_cast<int64_t>(box.minY) - 5), cut,
+                                        clampToInt(static_cast<int64_t>(box.maxY) + 5));
   return Split(poly, line);
 }
 

@@ -1,34 +1,27 @@
-#include "qor_traptree.h"
-
-#include <sys/mman.h>
+#include <qor/qor_assert.h>
+#include <qor/qor_traptree.h>
 
 #include <cmath>
 #include <cstdint>
 #include <cstring>
 
-#include "qor_assert.h"
-#include "qor_traptree_internal.h"
+#include "internal/traptree.h"
 
-// Aligned to 2 MiB so that they can live in huge pages (see below).
+// Aligned to 2 MiB so that they can live in huge pages (see
+// qor_internal::adviseHugePages).
 alignas(1 << 21) segment_t seg[SEGSIZE];
 alignas(1 << 21) trap_t tr[TRAPSIZE];
 alignas(1 << 21) node_t qs[NODESIZE];
 
+using qor_internal::equalTo;
+using qor_internal::greaterThan;
+using qor_internal::greaterThanEqualTo;
+using qor_internal::lessThan;
+using qor_internal::loadApart;
+
 namespace {
 
 const char kUnit[] = "qor_traptree";
-
-// Insertion in random order touches the megabytes of tr and qs at random, so
-// a large triangulation spends much of its time in TLB misses; huge pages
-// cover the tables with a few entries. Only a hint: without transparent huge
-// pages nothing changes.
-struct HugePageHint {
-  HugePageHint() {
-    madvise(seg, sizeof(seg), MADV_HUGEPAGE);
-    madvise(tr, sizeof(tr), MADV_HUGEPAGE);
-    madvise(qs, sizeof(qs), MADV_HUGEPAGE);
-  }
-} hugePageHint;
 
 // Next trapezoid and node to issue. Invariant: the library writes only
 // entries below these counters, so every entry at or beyond them is zero and
@@ -44,29 +37,13 @@ qorInt32 qStale = 0;
 
 [[noreturn]] void insertionFailed(unsigned long line) { qorThrow("add_segment: internal error", kUnit, line); }
 
-// The bodies of newnode() and newtrap(), inline for the insertion below (the
-// exported functions are calls through the PLT).
-// Each writes the whole record it issues, so that it reads as zero-filled
-// even when the table was not cleared (see trStale).
-inline qorInt32 issueNode() {
-  if (q_idx >= NODESIZE) qorThrow("newnode: Query-table overflow", kUnit, __LINE__);
-  qs[q_idx] = node_t{};
-  return q_idx++;
-}
+[[noreturn]] void queryTableFull(unsigned long line) { qorThrow("newnode: Query-table overflow", kUnit, line); }
 
-inline qorInt32 issueTrap() {
-  if (tr_idx >= TRAPSIZE) qorThrow("newtrap: Trapezoid-table overflow", kUnit, __LINE__);
-  trap_t& t = tr[tr_idx];
-  t = trap_t{};
-  t.left_seg = -1;
-  t.right_seg = -1;
-  t.state = TRAP_VALID;
-  return tr_idx++;
-}
+[[noreturn]] void trapTableFull(unsigned long line) { qorThrow("newtrap: Trapezoid-table overflow", kUnit, line); }
 
 // newtrap() followed by copying trapezoid `from` over the new one.
 inline qorInt32 issueTrapCopy(qorInt32 from) {
-  if (tr_idx >= TRAPSIZE) qorThrow("newtrap: Trapezoid-table overflow", kUnit, __LINE__);
+  if (tr_idx >= TRAPSIZE) trapTableFull(__LINE__);
   tr[tr_idx] = tr[from];
   return tr_idx++;
 }
@@ -76,8 +53,8 @@ inline qorInt32 issueTrapCopy(qorInt32 from) {
 // separate calls and assignments, also when the second node overflows.
 inline void issueSinks(qorInt32 parent, qorInt32 ta, qorInt32 tb, qorInt32& ia, qorInt32& ib) {
   if (q_idx > NODESIZE - 2) {
-    issueNode();
-    issueNode();  // raises
+    newnode();
+    newnode();  // raises
   }
   ia = q_idx;
   ib = q_idx + 1;
@@ -88,29 +65,11 @@ inline void issueSinks(qorInt32 parent, qorInt32 ta, qorInt32 tb, qorInt32& ia, 
 
 // The side test of is_left_of() for a point at neither endpoint's height.
 inline qorInt32 crossLeft(const segment_t* s, double px, double py) {
-  const bool upward = qorGreaterThan(&s->end, &s->start);
+  const bool upward = greaterThan(&s->end, &s->start);
   const point_t& lo = upward ? s->start : s->end;
   const point_t& up = upward ? s->end : s->start;
   const double area = (up.x - lo.x) * (py - lo.y) - (up.y - lo.y) * (px - lo.x);
   return area > 0.0;
-}
-
-// The body of is_left_of().
-inline qorInt32 leftOf(const segment_t* s, const point_t* p) {
-  if (std::fabs(s->end.y - p->y) <= EPSILON) return p->x < s->end.x;
-  if (std::fabs(s->start.y - p->y) <= EPSILON) return p->x < s->start.x;
-  const bool upward = qorGreaterThan(&s->end, &s->start);
-  const point_t& lo = upward ? s->start : s->end;
-  const point_t& up = upward ? s->end : s->start;
-  const double area = (up.x - lo.x) * (p->y - lo.y) - (up.y - lo.y) * (p->x - lo.x);
-  return area > 0.0;
-}
-
-// The body of inserted().
-inline qorInt32 neighbourInserted(qorInt32 segment, qorInt32 which) {
-  const qorInt32 neighbour = which == FIRST_POINT ? seg[segment].prev : seg[segment].next;
-  if (neighbour < 0 || neighbour >= SEGSIZE) return 0;
-  return seg[neighbour].in_tree;
 }
 
 // A trapezoid number read from a link that the insertion is about to follow:
@@ -186,54 +145,56 @@ qorInt32 threadIntoSingle(qorInt32 t, qorInt32 tn, bool useDown0, bool triangle,
 
 }  // namespace
 
-qorInt32 qorTrapLimit() { return tr_idx; }
+qorInt32 qor_internal::trapLimit() { return tr_idx; }
 
-qorInt32 _greater_than(point_t* a, point_t* b) { return qorGreaterThan(a, b); }
+qorInt32 _greater_than(point_t* a, point_t* b) { return greaterThan(a, b); }
 
-qorInt32 _greater_than_equal_to(point_t* a, point_t* b) { return qorGreaterThanEqualTo(a, b); }
+qorInt32 _greater_than_equal_to(point_t* a, point_t* b) { return greaterThanEqualTo(a, b); }
 
-qorInt32 _less_than(point_t* a, point_t* b) { return qorLessThan(a, b); }
+qorInt32 _less_than(point_t* a, point_t* b) { return lessThan(a, b); }
 
-qorInt32 _equal_to(point_t* a, point_t* b) { return qorEqualTo(a, b); }
+qorInt32 _equal_to(point_t* a, point_t* b) { return equalTo(a, b); }
 
-namespace {
-
-// The bodies of _max() and _min().
-inline void higherOf(point_t* out, const point_t* a, const point_t* b) {
+qorInt32 _max(point_t* out, point_t* a, point_t* b) {
   if (a->y > b->y + EPSILON || (std::fabs(a->y - b->y) <= EPSILON && a->x > b->x + EPSILON))
     *out = *a;
   else
     *out = *b;
-}
-
-inline void lowerOf(point_t* out, const point_t* a, const point_t* b) {
-  if (a->y < b->y - EPSILON || (std::fabs(a->y - b->y) <= EPSILON && a->x < b->x))
-    *out = *a;
-  else
-    *out = *b;
-}
-
-}  // namespace
-
-qorInt32 _max(point_t* out, point_t* a, point_t* b) {
-  higherOf(out, a, b);
   return 0;
 }
 
 qorInt32 _min(point_t* out, point_t* a, point_t* b) {
-  lowerOf(out, a, b);
+  if (a->y < b->y - EPSILON || (std::fabs(a->y - b->y) <= EPSILON && a->x < b->x))
+    *out = *a;
+  else
+    *out = *b;
   return 0;
 }
 
-qorInt32 newnode() { return issueNode(); }
+// newnode() and newtrap() write the whole record they issue, so that it reads
+// as zero-filled even when the table was not cleared (see trStale).
+qorInt32 newnode() {
+  if (q_idx >= NODESIZE) queryTableFull(__LINE__);
+  qs[q_idx] = node_t{};
+  return q_idx++;
+}
 
-qorInt32 newtrap() { return issueTrap(); }
+qorInt32 newtrap() {
+  if (tr_idx >= TRAPSIZE) trapTableFull(__LINE__);
+  trap_t& t = tr[tr_idx];
+  t = trap_t{};
+  t.left_seg = -1;
+  t.right_seg = -1;
+  t.state = TRAP_VALID;
+  return tr_idx++;
+}
 
 namespace {
 
-// The body of init_query_structure(); clearAll false leaves the clearing of
-// the previous map's entries to qorSettleMap.
-qorInt32 startMap(qorInt32 segment, bool clearAll) {
+// init_query_structure() when clearAll is true; false leaves the clearing of
+// the previous map's entries to qor_internal::settleMap. Flattened so that
+// the eleven newnode() and newtrap() calls are inlined.
+[[gnu::flatten]] qorInt32 beginMap(qorInt32 segment, bool clearAll) {
   if (segment <= 0 || segment >= SEGSIZE)
     qorThrow("init_query_structure: segment number out of range", kUnit, __LINE__);
 
@@ -253,48 +214,48 @@ qorInt32 startMap(qorInt32 segment, bool clearAll) {
   q_idx = 1;
 
   segment_t* s = &seg[segment];
-  const qorInt32 i1 = issueNode();
+  const qorInt32 i1 = newnode();
   qs[i1].type = NODE_Y;
-  higherOf(&qs[i1].y_key, &s->start, &s->end);
+  _max(&qs[i1].y_key, &s->start, &s->end);
   const point_t upper = qs[i1].y_key;
 
-  const qorInt32 i2 = issueNode();
+  const qorInt32 i2 = newnode();
   qs[i1].right = i2;
   qs[i2].type = NODE_SINK;
   qs[i2].parent = i1;
 
-  const qorInt32 i3 = issueNode();
+  const qorInt32 i3 = newnode();
   qs[i1].left = i3;
   qs[i3].type = NODE_Y;
-  lowerOf(&qs[i3].y_key, &s->start, &s->end);
+  _min(&qs[i3].y_key, &s->start, &s->end);
   qs[i3].parent = i1;
   const point_t lower = qs[i3].y_key;
 
-  const qorInt32 i4 = issueNode();
+  const qorInt32 i4 = newnode();
   qs[i3].left = i4;
   qs[i4].type = NODE_SINK;
   qs[i4].parent = i3;
 
-  const qorInt32 i5 = issueNode();
+  const qorInt32 i5 = newnode();
   qs[i3].right = i5;
   qs[i5].type = NODE_X;
   qs[i5].seg_index = segment;
   qs[i5].parent = i3;
 
-  const qorInt32 i6 = issueNode();
+  const qorInt32 i6 = newnode();
   qs[i5].left = i6;
   qs[i6].type = NODE_SINK;
   qs[i6].parent = i5;
 
-  const qorInt32 i7 = issueNode();
+  const qorInt32 i7 = newnode();
   qs[i5].right = i7;
   qs[i7].type = NODE_SINK;
   qs[i7].parent = i5;
 
-  const qorInt32 t1 = issueTrap();  // left of the segment
-  const qorInt32 t2 = issueTrap();  // right of it
-  const qorInt32 t3 = issueTrap();  // below it
-  const qorInt32 t4 = issueTrap();  // above it
+  const qorInt32 t1 = newtrap();  // left of the segment
+  const qorInt32 t2 = newtrap();  // right of it
+  const qorInt32 t3 = newtrap();  // below it
+  const qorInt32 t4 = newtrap();  // above it
 
   tr[t1].top = tr[t2].top = upper;
   tr[t1].bottom = tr[t2].bottom = lower;
@@ -328,19 +289,28 @@ qorInt32 startMap(qorInt32 segment, bool clearAll) {
 
 }  // namespace
 
-qorInt32 init_query_structure(qorInt32 segment) { return startMap(segment, true); }
+qorInt32 init_query_structure(qorInt32 segment) { return beginMap(segment, true); }
 
-qorInt32 qorStartMap(qorInt32 segment) { return startMap(segment, false); }
+qorInt32 qor_internal::startMap(qorInt32 segment) { return beginMap(segment, false); }
 
-void qorSettleMap() {
+void qor_internal::settleMap() {
   if (trStale > tr_idx) std::memset(&tr[tr_idx], 0, sizeof(trap_t) * static_cast<size_t>(trStale - tr_idx));
   if (qStale > q_idx) std::memset(&qs[q_idx], 0, sizeof(node_t) * static_cast<size_t>(qStale - q_idx));
   trStale = qStale = 0;
 }
 
-qorInt32 is_left_of(qorInt32 segment, point_t* p) { return leftOf(&seg[segment], p); }
+qorInt32 is_left_of(qorInt32 segment, point_t* p) {
+  const segment_t* s = &seg[segment];
+  if (std::fabs(s->end.y - p->y) <= EPSILON) return p->x < s->end.x;
+  if (std::fabs(s->start.y - p->y) <= EPSILON) return p->x < s->start.x;
+  return crossLeft(s, p->x, p->y);
+}
 
-qorInt32 inserted(qorInt32 segment, qorInt32 which) { return neighbourInserted(segment, which); }
+qorInt32 inserted(qorInt32 segment, qorInt32 which) {
+  const qorInt32 neighbour = which == FIRST_POINT ? seg[segment].prev : seg[segment].next;
+  if (neighbour < 0 || neighbour >= SEGSIZE) return 0;
+  return seg[neighbour].in_tree;
+}
 
 namespace {
 
@@ -348,7 +318,7 @@ namespace {
 
 }  // namespace
 
-qorInt32 qorLocate(const point_t* p, const point_t* other, qorInt32 root) {
+qorInt32 locate_endpoint(point_t* p, point_t* other, qorInt32 root) {
   const node_t* const nodes = qs;
   const segment_t* const segs = seg;
   // Nothing is written during the descent, so the coordinates stay in registers.
@@ -369,7 +339,7 @@ qorInt32 qorLocate(const point_t* p, const point_t* other, qorInt32 root) {
       else if (!(py < ky - EPSILON) && px > kx)
         above = true;
       else if (std::fabs(py - ky) <= EPSILON && std::fabs(px - kx) <= EPSILON)
-        above = qorGreaterThan(other, &node->y_key);
+        above = greaterThan(other, &node->y_key);
       else
         above = false;
       r = above ? node->right : node->left;
@@ -389,7 +359,7 @@ qorInt32 qorLocate(const point_t* p, const point_t* other, qorInt32 root) {
         if (std::fabs(py - other->y) <= EPSILON)  // a horizontal segment
           left = other->x < px;
         else
-          left = leftOf(s, other);
+          left = is_left_of(k, other);
       } else if (levelEnd) {
         left = px < s->end.x;
       } else {
@@ -405,18 +375,13 @@ qorInt32 qorLocate(const point_t* p, const point_t* other, qorInt32 root) {
   locateFailed(__LINE__);
 }
 
-qorInt32 locate_endpoint(point_t* p, point_t* other, qorInt32 root) { return qorLocate(p, other, root); }
-
-namespace {
-
-// The body of merge_trapezoids().
-void mergeAlong(qorInt32 segment, qorInt32 first, qorInt32 last, qorInt32 side) {
-  if (last < 0 || last >= TRAPSIZE) return;
+qorInt32 merge_trapezoids(qorInt32 segment, qorInt32 first, qorInt32 last, qorInt32 side) {
+  if (last < 0 || last >= TRAPSIZE) return 0;
   trap_t* const traps = tr;
   qorInt32 t = first;
   // Every pass either marks a trapezoid merged or moves down to another one,
   // so a sound map needs fewer passes than there are trapezoids.
-  for (qorInt32 passes = 0; t > 0 && qorGreaterThanEqualTo(&traps[t].bottom, &traps[last].bottom); ++passes) {
+  for (qorInt32 passes = 0; t > 0 && greaterThanEqualTo(&traps[t].bottom, &traps[last].bottom); ++passes) {
     if (t >= tr_idx || passes > 2 * TRAPSIZE) qorThrow("merge_trapezoids: internal error", kUnit, __LINE__);
     trap_t& T = traps[t];
     qorInt32 n = T.down0;
@@ -452,11 +417,10 @@ void mergeAlong(qorInt32 segment, qorInt32 first, qorInt32 last, qorInt32 side) 
         else if (traps[T.down1].up1 == n)
           traps[T.down1].up1 = t;
       }
-      // Copied as two numbers: N was often written moments ago in 16-byte
-      // pieces that its bottom straddles, and a 16-byte load of it would
-      // wait for those stores.
+      // N was often written moments ago in 16-byte pieces that its bottom
+      // straddles.
       double bx = N.bottom.x, by = N.bottom.y;
-      asm("" : "+x"(bx), "+x"(by));
+      loadApart(bx, by);
       T.bottom.x = bx;
       T.bottom.y = by;
       N.state = TRAP_MERGED;
@@ -464,32 +428,21 @@ void mergeAlong(qorInt32 segment, qorInt32 first, qorInt32 last, qorInt32 side) 
       t = n;
     }
   }
-}
-
-}  // namespace
-
-qorInt32 merge_trapezoids(qorInt32 segment, qorInt32 first, qorInt32 last, qorInt32 side) {
-  mergeAlong(segment, first, last, side);
   return 0;
 }
 
 qorInt32 add_segment(qorInt32 segment) {
-  qorAddSegment(segment);
-  return 0;
-}
-
-void qorAddSegment(qorInt32 segment) {
   if (segment <= 0 || segment >= SEGSIZE) insertionFailed(__LINE__);
   trap_t* const traps = tr;
   node_t* const nodes = qs;
-  // Field by field: the roots were written one by one in the last refresh,
-  // possibly moments ago, and a wide copy would wait for those stores.
+  // The roots were written one by one in the last refresh, possibly moments
+  // ago.
   segment_t s;
   {
     const segment_t& src = seg[segment];
     double sx = src.start.x, sy = src.start.y, ex = src.end.x, ey = src.end.y;
     qorInt32 rs = src.root_start, re = src.root_end;
-    asm("" : "+x"(sx), "+x"(sy), "+x"(ex), "+x"(ey), "+r"(rs), "+r"(re));
+    loadApart(sx, sy, ex, ey, rs, re);
     s.start.x = sx;
     s.start.y = sy;
     s.end.x = ex;
@@ -498,7 +451,7 @@ void qorAddSegment(qorInt32 segment) {
     s.root_end = re;
   }
   bool swapped = false;
-  if (qorGreaterThan(&s.end, &s.start)) {
+  if (greaterThan(&s.end, &s.start)) {
     const point_t p = s.start;
     s.start = s.end;
     s.end = p;
@@ -510,20 +463,20 @@ void qorAddSegment(qorInt32 segment) {
   // From here s.start is the upper endpoint and s.end the lower.
 
   qorInt32 first;
-  if (neighbourInserted(segment, swapped ? LAST_POINT : FIRST_POINT)) {
-    first = linked(qorLocate(&s.start, &s.end, s.root_start), __LINE__);
+  if (inserted(segment, swapped ? LAST_POINT : FIRST_POINT)) {
+    first = linked(locate_endpoint(&s.start, &s.end, s.root_start), __LINE__);
   } else {
-    const qorInt32 tu = linked(qorLocate(&s.start, &s.end, s.root_start), __LINE__);
+    const qorInt32 tu = linked(locate_endpoint(&s.start, &s.end, s.root_start), __LINE__);
     first = splitHorizontally(segment, tu, s.start);
   }
 
   qorInt32 last;
   bool bottomPresent = false;
-  if (neighbourInserted(segment, swapped ? FIRST_POINT : LAST_POINT)) {
-    last = linked(qorLocate(&s.end, &s.start, s.root_end), __LINE__);
+  if (inserted(segment, swapped ? FIRST_POINT : LAST_POINT)) {
+    last = linked(locate_endpoint(&s.end, &s.start, s.root_end), __LINE__);
     bottomPresent = true;
   } else {
-    const qorInt32 tu = linked(qorLocate(&s.end, &s.start, s.root_end), __LINE__);
+    const qorInt32 tu = linked(locate_endpoint(&s.end, &s.start, s.root_end), __LINE__);
     splitHorizontally(segment, tu, s.end);
     last = tu;
   }
@@ -533,7 +486,7 @@ void qorAddSegment(qorInt32 segment) {
   qorInt32 firstRight = 0;
   qorInt32 lastRight = 0;
   qorInt32 t = first;
-  while (t > 0 && qorGreaterThanEqualTo(&traps[t].bottom, &traps[last].bottom)) {
+  while (t > 0 && greaterThanEqualTo(&traps[t].bottom, &traps[last].bottom)) {
     if (t >= tr_idx) insertionFailed(__LINE__);
     const qorInt32 sk = traps[t].sink;
     qorInt32 i1, i2;
@@ -546,7 +499,7 @@ void qorAddSegment(qorInt32 segment) {
     nodes[i2].trap_index = tn;
 
     if (t == first) firstRight = tn;
-    const bool atLast = qorEqualTo(&traps[t].bottom, &traps[last].bottom);
+    const bool atLast = equalTo(&traps[t].bottom, &traps[last].bottom);
     if (atLast) lastRight = tn;
 
     traps[t].sink = i1;
@@ -584,7 +537,7 @@ void qorAddSegment(qorInt32 segment) {
       const qorInt32 u = linked(T.up0, __LINE__);
       if (traps[u].down0 > 0 && traps[u].down1 > 0) {  // an upward cusp
         const qorInt32 r = traps[traps[u].down0].right_seg;
-        if (r > 0 && r < SEGSIZE && !leftOf(&seg[r], &s.end)) {
+        if (r > 0 && r < SEGSIZE && !is_left_of(r, &s.end)) {
           T.up0 = T.up1 = TN.up1 = -1;
           traps[linked(TN.up0, __LINE__)].down1 = tn;
         } else {
@@ -603,12 +556,12 @@ void qorAddSegment(qorInt32 segment) {
     qorInt32 next;
     if (T.down0 > 0 && T.down1 <= 0) {
       linked(T.down0, __LINE__);
-      const bool kLeft = triangle && k > 0 && leftOf(&seg[k], &s.start);
+      const bool kLeft = triangle && k > 0 && is_left_of(k, &s.start);
       if (triangle && !kLeft) linked(TN.down0, __LINE__);
       next = threadIntoSingle(t, tn, true, triangle, kLeft);
     } else if (T.down1 > 0 && T.down0 <= 0) {
       linked(T.down1, __LINE__);
-      const bool kLeft = triangle && k > 0 && leftOf(&seg[k], &s.start);
+      const bool kLeft = triangle && k > 0 && is_left_of(k, &s.start);
       if (triangle && !kLeft) linked(TN.down1, __LINE__);
       next = threadIntoSingle(t, tn, false, triangle, kLeft);
     } else {
@@ -621,7 +574,7 @@ void qorAddSegment(qorInt32 segment) {
         point_t q;
         q.y = T.bottom.y;
         q.x = s.start.x + (q.y - s.start.y) / (s.end.y - s.start.y) * (s.end.x - s.start.x);
-        intoDown0 = qorLessThan(&q, &T.bottom);
+        intoDown0 = lessThan(&q, &T.bottom);
       }
       if (triangle) {
         traps[d0].up0 = t;
@@ -654,7 +607,8 @@ void qorAddSegment(qorInt32 segment) {
     t = next;
   }
 
-  mergeAlong(segment, first, last, SIDE_LEFT);
-  mergeAlong(segment, firstRight, lastRight, SIDE_RIGHT);
+  merge_trapezoids(segment, first, last, SIDE_LEFT);
+  merge_trapezoids(segment, firstRight, lastRight, SIDE_RIGHT);
   seg[segment].in_tree = 1;
+  return 0;
 }

@@ -1,5 +1,10 @@
-// The triangulator's trapezoidal map: records, tables, point comparisons, the
-// query structure that locates a point, and the insertion of one segment.
+// The triangulator's internals: the trapezoidal map's records and tables,
+// point comparisons, the query structure that locates a point, the insertion
+// of one segment, and the steps of triangulate() (qor_triangulate.h), for
+// tests and for programs that drive the steps themselves. Not included by
+// <qor/qor.h>: the names are short and global (seg, tr, qs, initialise, ...).
+// An application that defines a global of the same name as one of the
+// exported tables replaces the library's table with its own.
 //
 // All state is process-wide: the tables below are static storage of the
 // library, indexed from 1 (entry 0 is never issued, so a link of 0 or -1
@@ -141,5 +146,45 @@ QOR_API qorInt32 add_segment(qorInt32 segment);
 // Returns 0. Raises "merge_trapezoids: internal error" on links that leave
 // the issued trapezoids or nodes, or that would make it loop.
 QOR_API qorInt32 merge_trapezoids(qorInt32 segment, qorInt32 first, qorInt32 last, qorInt32 side);
+
+// Traversal directions and the sides of a monotone polygon.
+constexpr qorInt32 FROM_UP = 1;
+constexpr qorInt32 FROM_DOWN = 2;
+constexpr qorInt32 SINGLE_LEFT = 1;
+constexpr qorInt32 SINGLE_RIGHT = 2;
+
+// The steps of triangulate(), in calling order.
+
+// Clears in_tree of segments 1..n and draws a new insertion order. Raises a
+// qorException* unless 0 <= n <= 8191.
+QOR_API qorInt32 initialise(qorInt32 n);
+// Fills the permutation of 1..n (seeded from the clock's seconds).
+QOR_API qorInt32 generate_random_ordering(qorInt32 n);
+// The next segment of the permutation.
+QOR_API qorInt32 choose_segment();
+// Iterated logarithm phase bounds.
+QOR_API qorInt32 math_logstar_n(qorInt32 n);
+QOR_API qorInt32 math_N(qorInt32 n, qorInt32 h);
+// Builds the trapezoidal map of segments 1..n (1 <= n <= 8191).
+QOR_API qorInt32 construct_trapezoids(qorInt32 n);
+// Relocates the endpoints of a segment not yet inserted from its roots.
+QOR_API qorInt32 find_new_roots(qorInt32 segment);
+
+// Splits the polygon into monotone polygons; returns their number. Raises a
+// qorException* when no trapezoid lies inside the polygon, and when a table
+// (chains, monotone polygons, diagonals per vertex) would overflow.
+QOR_API qorInt32 monotonate_trapezoids(qorInt32 n);
+// Triangulates the monotone polygons; returns the number of triangles.
+QOR_API qorInt32 triangulate_monotone_polygons(qorInt32 nvert, qorInt32 npolys, qorInt32 (*triangles)[3]);
+
+QOR_API qorInt32 inside_polygon(trap_t* t);
+// Walks the trapezoids inside the polygon depth first from t (entered from
+// trapezoid `from` in direction dir), adding diagonals. Iterative: its depth
+// is not bounded by the thread's stack.
+QOR_API qorInt32 traverse_polygon(qorInt32 poly, qorInt32 t, qorInt32 from, qorInt32 dir);
+QOR_API qorInt32 make_new_monotone_poly(qorInt32 poly, qorInt32 a, qorInt32 b);
+QOR_API qorInt32 get_vertex_positions(qorInt32 a, qorInt32 b, qorInt32* ip, qorInt32* iq);
+QOR_API double get_angle(point_t* o, point_t* p1, point_t* p2);
+QOR_API qorInt32 triangulate_single_polygon(qorInt32 nvert, qorInt32 top_pos, qorInt32 side, qorInt32 (*triangles)[3]);
 
 #endif

@@ -1,17 +1,20 @@
-#include "qor_triangulate.h"
-
+#include <qor/qor_assert.h>
+#include <qor/qor_mutex.h>
+#include <qor/qor_traptree.h>
+#include <qor/qor_triangulate.h>
 #include <sys/mman.h>
 #include <sys/time.h>
 
-#include <QMutex>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
-#include "qor_assert.h"
-#include "qor_mutex.h"
-#include "qor_traptree_internal.h"
+#include "internal/traptree.h"
+
+using qor_internal::equalTo;
+using qor_internal::greaterThan;
+using qor_internal::lessThan;
 
 namespace {
 
@@ -37,8 +40,9 @@ struct chain_t {
 constexpr qorInt32 kChainSize = TRAPSIZE;
 
 // Serialises triangulate() and is_point_inside_polygon(): the tables are
-// process-wide.
-QMutex triangulateMutex;
+// process-wide. A QBasicMutex: constant-initialised and trivially destroyed,
+// so the library runs no code for it at load or unload.
+QBasicMutex triangulateMutex;
 
 qorInt32 permute[SEGSIZE];
 qorInt32 choose_idx = 1;
@@ -78,15 +82,8 @@ struct Visit {
 };
 alignas(1 << 21) Visit walkStack[4 * TRAPSIZE + 8];
 
-// The walk and the chains are touched at random too; see the hint in
-// qor_traptree.
-struct HugePageHint {
-  HugePageHint() {
-    madvise(vert, sizeof(vert), MADV_HUGEPAGE);
-    madvise(mchain, sizeof(mchain), MADV_HUGEPAGE);
-    madvise(walkStack, sizeof(walkStack), MADV_HUGEPAGE);
-  }
-} hugePageHint;
+// Whether the huge-page hint was given; read and written under triangulateMutex.
+bool hugePagesAdvised = false;
 
 template <typename T>
 void clearUsed(T* table, qorInt32& used) {
@@ -121,8 +118,9 @@ inline qorInt32 checkedSeg(qorInt32 s, unsigned long line) {
 // vertex at its end.
 inline qorInt32 endVertex(qorInt32 s, unsigned long line) { return seg[checkedSeg(s, line)].next; }
 
-// The body of get_angle().
-inline double angleAt(const point_t* o, const point_t* p1, const point_t* p2) {
+}  // namespace
+
+double get_angle(point_t* o, point_t* p1, point_t* p2) {
   const double ux = p1->x - o->x, uy = p1->y - o->y;
   const double wx = p2->x - o->x, wy = p2->y - o->y;
   const double cosine = (ux * wx + uy * wy) / std::sqrt(ux * ux + uy * uy) / std::sqrt(wx * wx + wy * wy);
@@ -130,17 +128,19 @@ inline double angleAt(const point_t* o, const point_t* p1, const point_t* p2) {
   return -cosine - 2.0;
 }
 
+namespace {
+
 // The slot of vertex v whose chain a diagonal to vertex w splits: among the
 // slots with a next vertex, the one with the largest angle (the lowest slot on
 // ties, slot 0 when none qualifies). Slots from next_free on are empty, so a
 // vertex without diagonals has only slot 0 and needs no angle.
-inline qorInt32 chainSlot(const vertex_t* v, const vertex_t* w) {
+inline qorInt32 chainSlot(vertex_t* v, vertex_t* w) {
   if (v->next_free <= 1) return 0;
   double best = -4.0;
   qorInt32 slot = 0;
   for (qorInt32 i = 0; i < 4; ++i) {
     if (v->next_vert[i] <= 0) continue;
-    const double angle = angleAt(&v->pt, &vert[v->next_vert[i]].pt, &w->pt);
+    const double angle = get_angle(&v->pt, &vert[v->next_vert[i]].pt, &w->pt);
     if (angle > best) {
       best = angle;
       slot = i;
@@ -149,8 +149,11 @@ inline qorInt32 chainSlot(const vertex_t* v, const vertex_t* w) {
   return slot;
 }
 
-// The body of make_new_monotone_poly().
-qorInt32 splitMonotone(qorInt32 poly, qorInt32 a, qorInt32 b) {
+}  // namespace
+
+// Flattened so that get_angle() is inlined into the slot search (0.35% of a
+// whole triangulation otherwise).
+[[gnu::flatten]] qorInt32 make_new_monotone_poly(qorInt32 poly, qorInt32 a, qorInt32 b) {
   // Everything is checked before anything changes.
   if (a <= 0 || b <= 0 || a > currentVertices || b > currentVertices || poly < 0 || poly > mon_idx)
     walkFailed(__LINE__);
@@ -196,15 +199,14 @@ qorInt32 splitMonotone(qorInt32 poly, qorInt32 a, qorInt32 b) {
   return m;
 }
 
+namespace {
+
 // Expands one visit of the walk: adds the diagonal its case calls for and
 // pushes the neighbours to visit, so that they pop in the listed order.
 class Walker {
  public:
   explicit Walker(qorInt32 depth) : m_Depth(depth) {}
 
-  // The walk reads and writes visits one field at a time: a visit pushed as
-  // pieces and popped at once as a whole (or the reverse) stalls the load
-  // until the stores have left the store buffer.
   void expand(const qorInt32 poly, const qorInt32 t, const qorInt32 from, const qorInt32 dir) {
     trap_t* T = &tr[t];
     const qorInt32 up0 = T->up0, up1 = T->up1, down0 = T->down0, down1 = T->down1;
@@ -216,10 +218,10 @@ class Walker {
       if (D == 2) {  // downward-opening triangle
         const qorInt32 a = checkedSeg(tr[down1].left_seg, __LINE__), b = checkedSeg(T->left_seg, __LINE__);
         if (from == down1) {
-          const qorInt32 m = splitMonotone(poly, b, a);
+          const qorInt32 m = make_new_monotone_poly(poly, b, a);
           add(poly, down1, false), add(m, down0, false);
         } else {
-          const qorInt32 m = splitMonotone(poly, a, b);
+          const qorInt32 m = make_new_monotone_poly(poly, a, b);
           add(poly, down0, false), add(m, down1, false);
         }
       } else {
@@ -229,10 +231,10 @@ class Walker {
       if (U == 2) {  // upward-opening triangle
         const qorInt32 a = checkedSeg(T->right_seg, __LINE__), b = checkedSeg(tr[up0].right_seg, __LINE__);
         if (from == up1) {
-          const qorInt32 m = splitMonotone(poly, b, a);
+          const qorInt32 m = make_new_monotone_poly(poly, b, a);
           add(poly, up1, true), add(m, up0, true);
         } else {
-          const qorInt32 m = splitMonotone(poly, a, b);
+          const qorInt32 m = make_new_monotone_poly(poly, a, b);
           add(poly, up0, true), add(m, up1, true);
         }
       } else {
@@ -241,71 +243,71 @@ class Walker {
     } else if (U == 2 && D == 2) {
       const qorInt32 a = checkedSeg(tr[down1].left_seg, __LINE__), b = checkedSeg(tr[up0].right_seg, __LINE__);
       if ((dir == FROM_DOWN && from == down1) || (dir == FROM_UP && from == up1)) {
-        const qorInt32 m = splitMonotone(poly, b, a);
+        const qorInt32 m = make_new_monotone_poly(poly, b, a);
         add(poly, up1, true), add(poly, down1, false), add(m, up0, true), add(m, down0, false);
       } else {
-        const qorInt32 m = splitMonotone(poly, a, b);
+        const qorInt32 m = make_new_monotone_poly(poly, a, b);
         add(poly, up0, true), add(poly, down0, false), add(m, up1, true), add(m, down1, false);
       }
     } else if (U == 2) {  // D == 1
       const qorInt32 ls = checkedSeg(T->left_seg, __LINE__);
-      if (qorEqualTo(&T->bottom, &seg[ls].end)) {
+      if (equalTo(&T->bottom, &seg[ls].end)) {
         const qorInt32 a = checkedSeg(tr[up0].right_seg, __LINE__), b = endVertex(ls, __LINE__);
         if (dir == FROM_UP && from == up0) {
-          const qorInt32 m = splitMonotone(poly, b, a);
+          const qorInt32 m = make_new_monotone_poly(poly, b, a);
           add(poly, up0, true), add(m, down0, false), add(m, up1, true), add(m, down1, false);
         } else {
-          const qorInt32 m = splitMonotone(poly, a, b);
+          const qorInt32 m = make_new_monotone_poly(poly, a, b);
           add(poly, up1, true), add(poly, down0, false), add(poly, down1, false), add(m, up0, true);
         }
       } else {
         const qorInt32 a = checkedSeg(T->right_seg, __LINE__), b = checkedSeg(tr[up0].right_seg, __LINE__);
         if (dir == FROM_UP && from == up1) {
-          const qorInt32 m = splitMonotone(poly, b, a);
+          const qorInt32 m = make_new_monotone_poly(poly, b, a);
           add(poly, up1, true), add(m, down1, false), add(m, down0, false), add(m, up0, true);
         } else {
-          const qorInt32 m = splitMonotone(poly, a, b);
+          const qorInt32 m = make_new_monotone_poly(poly, a, b);
           add(poly, up0, true), add(poly, down0, false), add(poly, down1, false), add(m, up1, true);
         }
       }
     } else if (D == 2) {  // U == 1
       const qorInt32 ls = checkedSeg(T->left_seg, __LINE__);
-      if (qorEqualTo(&T->top, &seg[ls].start)) {
+      if (equalTo(&T->top, &seg[ls].start)) {
         const qorInt32 a = checkedSeg(tr[down1].left_seg, __LINE__), b = ls;
         if (!(dir == FROM_DOWN && from == down0)) {
-          const qorInt32 m = splitMonotone(poly, b, a);
+          const qorInt32 m = make_new_monotone_poly(poly, b, a);
           add(poly, up1, true), add(poly, down1, false), add(poly, up0, true), add(m, down0, false);
         } else {
-          const qorInt32 m = splitMonotone(poly, a, b);
+          const qorInt32 m = make_new_monotone_poly(poly, a, b);
           add(poly, down0, false), add(m, up0, true), add(m, up1, true), add(m, down1, false);
         }
       } else {
         const qorInt32 a = checkedSeg(tr[down1].left_seg, __LINE__), b = endVertex(T->right_seg, __LINE__);
         if (dir == FROM_DOWN && from == down1) {
-          const qorInt32 m = splitMonotone(poly, b, a);
+          const qorInt32 m = make_new_monotone_poly(poly, b, a);
           add(poly, down1, false), add(m, up1, true), add(m, up0, true), add(m, down0, false);
         } else {
-          const qorInt32 m = splitMonotone(poly, a, b);
+          const qorInt32 m = make_new_monotone_poly(poly, a, b);
           add(poly, up0, true), add(poly, down0, false), add(poly, up1, true), add(m, down1, false);
         }
       }
     } else {  // U == 1, D == 1
       const qorInt32 ls = checkedSeg(T->left_seg, __LINE__), rs = checkedSeg(T->right_seg, __LINE__);
       qorInt32 a = 0, b = 0;
-      if (qorEqualTo(&T->top, &seg[ls].start) && qorEqualTo(&T->bottom, &seg[rs].start)) {
+      if (equalTo(&T->top, &seg[ls].start) && equalTo(&T->bottom, &seg[rs].start)) {
         a = rs;
         b = ls;
-      } else if (qorEqualTo(&T->top, &seg[rs].end) && qorEqualTo(&T->bottom, &seg[ls].end)) {
+      } else if (equalTo(&T->top, &seg[rs].end) && equalTo(&T->bottom, &seg[ls].end)) {
         a = endVertex(rs, __LINE__);
         b = endVertex(ls, __LINE__);
       }
       if (a == 0) {
         add(poly, up0, true), add(poly, down0, false), add(poly, up1, true), add(poly, down1, false);
       } else if (dir == FROM_UP) {
-        const qorInt32 m = splitMonotone(poly, b, a);
+        const qorInt32 m = make_new_monotone_poly(poly, b, a);
         add(poly, up0, true), add(poly, up1, true), add(m, down1, false), add(m, down0, false);
       } else {
-        const qorInt32 m = splitMonotone(poly, a, b);
+        const qorInt32 m = make_new_monotone_poly(poly, a, b);
         add(poly, down1, false), add(poly, down0, false), add(m, up0, true), add(m, up1, true);
       }
     }
@@ -346,13 +348,11 @@ class Walker {
 // ---------------------------------------------------------------------------
 // Random order and the driver of the trapezoidation.
 
-namespace {
-
-// The body of generate_random_ordering() for 0 <= n < SEGSIZE. The draws are
-// those of lrand48() after srand48(seconds), computed here without a library
-// call per draw; the process-wide generator is then left exactly where n
-// calls of lrand48() would have left it.
-void drawOrder(qorInt32 n) {
+// The draws are those of lrand48() after srand48(seconds), computed here
+// without a library call per draw; the process-wide generator is then left
+// exactly where n calls of lrand48() would have left it.
+qorInt32 generate_random_ordering(qorInt32 n) {
+  if (n < 0 || n >= SEGSIZE) qorThrow("generate_random_ordering: more than 8191 segments", kUnit, __LINE__);
   choose_idx = 1;
   struct timeval now;
   gettimeofday(&now, nullptr);
@@ -373,20 +373,23 @@ void drawOrder(qorInt32 n) {
   unsigned short state[3] = {static_cast<unsigned short>(x & 0xFFFFu), static_cast<unsigned short>((x >> 16) & 0xFFFFu),
                              static_cast<unsigned short>((x >> 32) & 0xFFFFu)};
   seed48(state);  // also restores the standard multiplier and addend, as srand48 does
+  return 0;
 }
 
-// The body of choose_segment().
-inline qorInt32 nextSegment() {
+qorInt32 choose_segment() {
   if (choose_idx <= 0 || choose_idx >= SEGSIZE) qorThrow("choose_segment: permutation exhausted", kUnit, __LINE__);
   return permute[choose_idx++];
 }
 
-// The body of find_new_roots().
-inline void relocateRoots(segment_t* s) {
-  if (s->in_tree) return;
-  s->root_start = tr[qorLocate(&s->start, &s->end, s->root_start)].sink;
-  s->root_end = tr[qorLocate(&s->end, &s->start, s->root_end)].sink;
+qorInt32 find_new_roots(qorInt32 segment) {
+  segment_t* s = &seg[segment];
+  if (s->in_tree) return 0;
+  s->root_start = tr[locate_endpoint(&s->start, &s->end, s->root_start)].sink;
+  s->root_end = tr[locate_endpoint(&s->end, &s->start, s->root_end)].sink;
+  return 0;
 }
+
+namespace {
 
 // The phase bounds of construct_trapezoids() for one segment count:
 // bound[h] = math_N(n, h) for h = 0..phases, phases = math_logstar_n(n).
@@ -414,20 +417,11 @@ const PhasePlan& planFor(qorInt32 n) {
 
 }  // namespace
 
-qorInt32 generate_random_ordering(qorInt32 n) {
-  if (n < 0 || n >= SEGSIZE) qorThrow("generate_random_ordering: more than 8191 segments", kUnit, __LINE__);
-  drawOrder(n);
-  return 0;
-}
-
-qorInt32 choose_segment() { return nextSegment(); }
-
 qorInt32 initialise(qorInt32 n) {
   if (n < 0 || n >= SEGSIZE) qorThrow("initialise: more than 8191 segments", kUnit, __LINE__);
   if (n + 1 > segUsed) segUsed = n + 1;
   for (qorInt32 i = 1; i <= n; ++i) seg[i].in_tree = 0;
-  drawOrder(n);
-  return 0;
+  return generate_random_ordering(n);
 }
 
 qorInt32 math_logstar_n(qorInt32 n) {
@@ -447,26 +441,25 @@ qorInt32 math_N(qorInt32 n, qorInt32 h) {
   return static_cast<qorInt32>(q);
 }
 
-qorInt32 find_new_roots(qorInt32 segment) {
-  relocateRoots(&seg[segment]);
-  return 0;
-}
-
 namespace {
 
-// The body of construct_trapezoids(); see qorStartMap for clearAll false.
-void buildMap(qorInt32 n, bool clearAll) {
+// construct_trapezoids() when clearAll is true; false builds the map as
+// qor_internal::startMap does. Flattened so that find_new_roots() and
+// choose_segment() are inlined into the phase loops, which the compiler
+// would otherwise leave as calls (1.2% more instructions in a whole
+// triangulation).
+[[gnu::flatten]] void buildMap(qorInt32 n, bool clearAll) {
   if (n < 1 || n >= SEGSIZE) qorThrow("construct_trapezoids: segment count outside 1..8191", kUnit, __LINE__);
   const PhasePlan& plan = planFor(n);
-  const qorInt32 first = nextSegment();
-  const qorInt32 root = clearAll ? init_query_structure(first) : qorStartMap(first);
+  const qorInt32 first = choose_segment();
+  const qorInt32 root = clearAll ? init_query_structure(first) : qor_internal::startMap(first);
   segment_t* const segs = seg;
   for (qorInt32 i = 1; i <= n; ++i) segs[i].root_start = segs[i].root_end = root;
   for (qorInt32 h = 1; h <= plan.phases; ++h) {
-    for (qorInt32 i = plan.bound[h - 1] + 1; i <= plan.bound[h]; ++i) qorAddSegment(nextSegment());
-    for (qorInt32 i = 1; i <= n; ++i) relocateRoots(&segs[i]);
+    for (qorInt32 i = plan.bound[h - 1] + 1; i <= plan.bound[h]; ++i) add_segment(choose_segment());
+    for (qorInt32 i = 1; i <= n; ++i) find_new_roots(i);
   }
-  for (qorInt32 i = plan.bound[plan.phases] + 1; i <= n; ++i) qorAddSegment(nextSegment());
+  for (qorInt32 i = plan.bound[plan.phases] + 1; i <= n; ++i) add_segment(choose_segment());
 }
 
 // Clears what the previous map left beyond the counters when it goes out of
@@ -475,7 +468,7 @@ struct SettleMap {
   SettleMap() = default;
   SettleMap(const SettleMap&) = delete;
   SettleMap& operator=(const SettleMap&) = delete;
-  ~SettleMap() { qorSettleMap(); }
+  ~SettleMap() { qor_internal::settleMap(); }
 };
 
 }  // namespace
@@ -488,23 +481,14 @@ qorInt32 construct_trapezoids(qorInt32 n) {
 // ---------------------------------------------------------------------------
 // Monotone decomposition.
 
-namespace {
-
-// The body of inside_polygon().
-inline qorInt32 insideTrap(const trap_t* t) {
+qorInt32 inside_polygon(trap_t* t) {
   const qorInt32 rseg = t->right_seg;
   if (t->state == TRAP_MERGED) return 0;
   if (t->left_seg <= 0 || rseg <= 0 || rseg >= SEGSIZE) return 0;
   if ((t->up0 <= 0 && t->up1 <= 0) || (t->down0 <= 0 && t->down1 <= 0))
-    return qorGreaterThan(&seg[rseg].end, &seg[rseg].start);
+    return greaterThan(&seg[rseg].end, &seg[rseg].start);
   return 0;
 }
-
-}  // namespace
-
-qorInt32 inside_polygon(trap_t* t) { return insideTrap(t); }
-
-double get_angle(point_t* o, point_t* p1, point_t* p2) { return angleAt(o, p1, p2); }
 
 qorInt32 get_vertex_positions(qorInt32 a, qorInt32 b, qorInt32* ip, qorInt32* iq) {
   *ip = chainSlot(&vert[a], &vert[b]);
@@ -512,12 +496,7 @@ qorInt32 get_vertex_positions(qorInt32 a, qorInt32 b, qorInt32* ip, qorInt32* iq
   return 0;
 }
 
-qorInt32 make_new_monotone_poly(qorInt32 poly, qorInt32 a, qorInt32 b) { return splitMonotone(poly, a, b); }
-
-namespace {
-
-// The body of traverse_polygon().
-void walkFrom(qorInt32 poly, qorInt32 t, qorInt32 from, qorInt32 dir) {
+qorInt32 traverse_polygon(qorInt32 poly, qorInt32 t, qorInt32 from, qorInt32 dir) {
   // Depth first like a recursion over the neighbours, but with its own stack:
   // the walk can be as deep as there are trapezoids.
   Walker walker(0);
@@ -535,19 +514,10 @@ void walkFrom(qorInt32 poly, qorInt32 t, qorInt32 from, qorInt32 dir) {
     walker.m_Current = vt;
     walker.expand(v.poly, vt, v.from, v.dir);
   }
-}
-
-}  // namespace
-
-qorInt32 traverse_polygon(qorInt32 poly, qorInt32 t, qorInt32 from, qorInt32 dir) {
-  walkFrom(poly, t, from, dir);
   return 0;
 }
 
-namespace {
-
-// The body of monotonate_trapezoids().
-qorInt32 decompose(qorInt32 n) {
+qorInt32 monotonate_trapezoids(qorInt32 n) {
   if (n < 1 || n >= SEGSIZE) qorThrow("monotonate_trapezoids: vertex count outside 1..8191", kUnit, __LINE__);
   clearUsed(vert, vertUsed);
   clearUsed(visited, visitedUsed);
@@ -555,9 +525,9 @@ qorInt32 decompose(qorInt32 n) {
   clearUsed(mon, monUsed);
 
   // Only issued trapezoids can pass the test; the rest of the table is zero.
-  const qorInt32 limit = qorTrapLimit();
+  const qorInt32 limit = qor_internal::trapLimit();
   qorInt32 start = 0;
-  while (start < limit && !insideTrap(&tr[start])) ++start;
+  while (start < limit && !inside_polygon(&tr[start])) ++start;
   if (start >= limit)
     qorThrow("monotonate_trapezoids: no trapezoid lies inside the polygon (do the contours run the wrong way?)", kUnit,
              __LINE__);
@@ -579,15 +549,11 @@ qorInt32 decompose(qorInt32 n) {
   mon[0] = 1;
 
   if (tr[start].up0 > 0)
-    walkFrom(0, start, tr[start].up0, FROM_UP);
+    traverse_polygon(0, start, tr[start].up0, FROM_UP);
   else if (tr[start].down0 > 0)
-    walkFrom(0, start, tr[start].down0, FROM_DOWN);
+    traverse_polygon(0, start, tr[start].down0, FROM_DOWN);
   return newmon();
 }
-
-}  // namespace
-
-qorInt32 monotonate_trapezoids(qorInt32 n) { return decompose(n); }
 
 namespace {
 
@@ -607,8 +573,9 @@ inline qorInt32 chainAt(qorInt32 pos) {
   return pos;
 }
 
-// The body of triangulate_single_polygon().
-void sweepMonotone(qorInt32 nvert, qorInt32 top_pos, qorInt32 side, qorInt32 (*triangles)[3]) {
+}  // namespace
+
+qorInt32 triangulate_single_polygon(qorInt32 nvert, qorInt32 top_pos, qorInt32 side, qorInt32 (*triangles)[3]) {
   qorInt32 rc[SEGSIZE];  // the reflex chain
   qorInt32 ri = 1;
   qorInt32 pos;
@@ -653,19 +620,10 @@ void sweepMonotone(qorInt32 nvert, qorInt32 top_pos, qorInt32 side, qorInt32 (*t
   if (ri < 1) walkFailed(__LINE__);
   checkRoom(__LINE__);
   emit(triangles, rc[ri - 1], rc[ri], v);
-}
-
-}  // namespace
-
-qorInt32 triangulate_single_polygon(qorInt32 nvert, qorInt32 top_pos, qorInt32 side, qorInt32 (*triangles)[3]) {
-  sweepMonotone(nvert, top_pos, side, triangles);
   return 0;
 }
 
-namespace {
-
-// The body of triangulate_monotone_polygons().
-qorInt32 sweepAll(qorInt32 nvert, qorInt32 npolys, qorInt32 (*triangles)[3]) {
+qorInt32 triangulate_monotone_polygons(qorInt32 nvert, qorInt32 npolys, qorInt32 (*triangles)[3]) {
   // n + 2h - 2 triangles for n vertices in h + 1 contours; a contour's last
   // segment is the one whose next wraps back.
   qorInt32 contours = 0;
@@ -694,11 +652,11 @@ qorInt32 sweepAll(qorInt32 nvert, qorInt32 npolys, qorInt32 (*triangles)[3]) {
       }
       mchain[p].marked = 1;
       if (v <= 0 || v >= SEGSIZE) walkFailed(__LINE__);
-      if (qorGreaterThan(&vert[v].pt, &high)) {
+      if (greaterThan(&vert[v].pt, &high)) {
         high = vert[v].pt;
         top_pos = p;
       }
-      if (qorLessThan(&vert[v].pt, &low)) low = vert[v].pt;
+      if (lessThan(&vert[v].pt, &low)) low = vert[v].pt;
       p = chainAt(mchain[p].next);
       ++count;
     }
@@ -708,23 +666,39 @@ qorInt32 sweepAll(qorInt32 nvert, qorInt32 npolys, qorInt32 (*triangles)[3]) {
       emit(triangles, mchain[p].vertex, mchain[chainAt(mchain[p].next)].vertex, mchain[chainAt(mchain[p].prev)].vertex);
     } else {
       const qorInt32 after = mchain[chainAt(mchain[top_pos].next)].vertex;
-      if (after > 0 && after < SEGSIZE && qorEqualTo(&vert[after].pt, &low))
-        sweepMonotone(nvert, top_pos, SINGLE_LEFT, triangles);
+      if (after > 0 && after < SEGSIZE && equalTo(&vert[after].pt, &low))
+        triangulate_single_polygon(nvert, top_pos, SINGLE_LEFT, triangles);
       else
-        sweepMonotone(nvert, top_pos, SINGLE_RIGHT, triangles);
+        triangulate_single_polygon(nvert, top_pos, SINGLE_RIGHT, triangles);
     }
   }
   return op_idx;
 }
 
-}  // namespace
-
-qorInt32 triangulate_monotone_polygons(qorInt32 nvert, qorInt32 npolys, qorInt32 (*triangles)[3]) {
-  return sweepAll(nvert, npolys, triangles);
-}
-
 // ---------------------------------------------------------------------------
 // Entry points.
+
+namespace {
+
+// Insertion in random order touches the megabytes of tr and qs at random,
+// and the walk and the chains are touched at random too, so a large
+// triangulation spends much of its time in TLB misses; huge pages cover the
+// tables with a few entries. Only a hint: without transparent huge pages
+// nothing changes. Given on the first triangulation rather than at load, so
+// that a program that never triangulates does not pay for it. Call with
+// triangulateMutex held.
+void adviseHugePagesOnce() {
+  if (hugePagesAdvised) return;
+  madvise(seg, sizeof(seg), MADV_HUGEPAGE);
+  madvise(tr, sizeof(tr), MADV_HUGEPAGE);
+  madvise(qs, sizeof(qs), MADV_HUGEPAGE);
+  madvise(vert, sizeof(vert), MADV_HUGEPAGE);
+  madvise(mchain, sizeof(mchain), MADV_HUGEPAGE);
+  madvise(walkStack, sizeof(walkStack), MADV_HUGEPAGE);
+  hugePagesAdvised = true;
+}
+
+}  // namespace
 
 qorInt32 triangulate(qorInt32 count, qorInt32* sizes, double (*points)[2], qorInt32 (*triangles)[3]) {
   // Everything about the input is checked before any table changes.
@@ -762,6 +736,7 @@ qorInt32 triangulate(qorInt32 count, qorInt32* sizes, double (*points)[2], qorIn
         kUnit, __LINE__);
 
   qorMutexLocker lock(triangulateMutex);
+  adviseHugePagesOnce();
   lastCount = 0;
   clearUsed(seg, segUsed);
   qorInt32 i = 1;
@@ -772,8 +747,6 @@ qorInt32 triangulate(qorInt32 count, qorInt32* sizes, double (*points)[2], qorIn
     const qorInt32 last = i + k - 1;
     for (; i <= last; ++i) {
       segment_t& s = seg[i];
-      // The point is stored from registers twice rather than read back from
-      // seg: a wide load of two narrow stores just made would wait for them.
       const point_t p{points[i][0], points[i][1]};
       s.start = p;
       if (i == last) {
@@ -795,14 +768,14 @@ qorInt32 triangulate(qorInt32 count, qorInt32* sizes, double (*points)[2], qorIn
   segUsed = n + 1;
 
   // What initialise(n) does: in_tree is already clear.
-  drawOrder(n);
+  generate_random_ordering(n);
   {
     // The tables are cleared as the map is built, not all at once before it.
     SettleMap settle;
     buildMap(n, false);
   }
-  const qorInt32 npolys = decompose(n);
-  lastCount = sweepAll(n, npolys, triangles);
+  const qorInt32 npolys = monotonate_trapezoids(n);
+  lastCount = triangulate_monotone_polygons(n, npolys, triangles);
   return 0;
 }
 
@@ -816,7 +789,7 @@ qorInt32 is_point_inside_polygon(double* point) {
   if (t <= 0 || t >= TRAPSIZE) return 0;
   const trap_t& trap = tr[t];
   if (trap.state == TRAP_MERGED || trap.left_seg <= 0 || trap.right_seg <= 0 || trap.right_seg >= SEGSIZE) return 0;
-  return qorGreaterThanEqualTo(&seg[trap.right_seg].end, &seg[trap.right_seg].start);
+  return qor_internal::greaterThanEqualTo(&seg[trap.right_seg].end, &seg[trap.right_seg].start);
 }
 
 qorInt32 triangulate_last_count() {

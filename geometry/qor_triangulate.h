@@ -2,9 +2,10 @@
 // monotone decomposition, then a reflex-chain sweep of each monotone piece.
 //
 // triangulate() and is_point_inside_polygon() are the entry points; they
-// share one process-wide set of tables (qor_traptree.h) and take one mutex,
-// so concurrent callers are served one after the other. The internal steps
-// declared after them are exported for tests and take no lock.
+// share one process-wide set of tables and take one mutex, so concurrent
+// callers are served one after the other. The tables and the internal steps
+// are declared in qor_traptree.h, which this header does not include (their
+// short global names would clash with a program's own).
 #ifndef QOR_TRIANGULATE_H
 #define QOR_TRIANGULATE_H
 
@@ -12,13 +13,6 @@
 
 #include "qor_base2.h"
 #include "qor_export.h"
-#include "qor_traptree.h"
-
-// Traversal directions and the sides of a monotone polygon.
-constexpr qorInt32 FROM_UP = 1;
-constexpr qorInt32 FROM_DOWN = 2;
-constexpr qorInt32 SINGLE_LEFT = 1;
-constexpr qorInt32 SINGLE_RIGHT = 2;
 
 // Triangulates the polygon made of `count` contours; contour c has sizes[c]
 // points. points[1], points[2], ... hold the (x, y) rows of all contours one
@@ -81,39 +75,5 @@ struct qorRingFixups {
   qorInt32 retries;            // runs repeated with another insertion order
 };
 QOR_API qorRingFixups qorTriangulateRingsFixups();
-
-// --- Internal steps, in calling order. ---
-
-// Clears in_tree of segments 1..n and draws a new insertion order. Raises a
-// qorException* unless 0 <= n <= 8191.
-QOR_API qorInt32 initialise(qorInt32 n);
-// Fills the permutation of 1..n (seeded from the clock's seconds).
-QOR_API qorInt32 generate_random_ordering(qorInt32 n);
-// The next segment of the permutation.
-QOR_API qorInt32 choose_segment();
-// Iterated logarithm phase bounds.
-QOR_API qorInt32 math_logstar_n(qorInt32 n);
-QOR_API qorInt32 math_N(qorInt32 n, qorInt32 h);
-// Builds the trapezoidal map of segments 1..n (1 <= n <= 8191).
-QOR_API qorInt32 construct_trapezoids(qorInt32 n);
-// Relocates the endpoints of a segment not yet inserted from its roots.
-QOR_API qorInt32 find_new_roots(qorInt32 segment);
-
-// Splits the polygon into monotone polygons; returns their number. Raises a
-// qorException* when no trapezoid lies inside the polygon, and when a table
-// (chains, monotone polygons, diagonals per vertex) would overflow.
-QOR_API qorInt32 monotonate_trapezoids(qorInt32 n);
-// Triangulates the monotone polygons; returns the number of triangles.
-QOR_API qorInt32 triangulate_monotone_polygons(qorInt32 nvert, qorInt32 npolys, qorInt32 (*triangles)[3]);
-
-QOR_API qorInt32 inside_polygon(trap_t* t);
-// Walks the trapezoids inside the polygon depth first from t (entered from
-// trapezoid `from` in direction dir), adding diagonals. Iterative: its depth
-// is not bounded by the thread's stack.
-QOR_API qorInt32 traverse_polygon(qorInt32 poly, qorInt32 t, qorInt32 from, qorInt32 dir);
-QOR_API qorInt32 make_new_monotone_poly(qorInt32 poly, qorInt32 a, qorInt32 b);
-QOR_API qorInt32 get_vertex_positions(qorInt32 a, qorInt32 b, qorInt32* ip, qorInt32* iq);
-QOR_API double get_angle(point_t* o, point_t* p1, point_t* p2);
-QOR_API qorInt32 triangulate_single_polygon(qorInt32 nvert, qorInt32 top_pos, qorInt32 side, qorInt32 (*triangles)[3]);
 
 #endif

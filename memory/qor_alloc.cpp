@@ -1,18 +1,11 @@
-#include "qor_alloc.h"
-
+#include <qor/qor_alloc.h>
+#include <qor/qor_assert.h>
+#include <qor/qor_mutex.h>
+#include <qor/qor_objectalloc.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-#include <memory>
-
-#include "qor_assert.h"
-#include "qor_link.h"
-#include "qor_mapping.h"
-#include "qor_message.h"
-#include "qor_mutex.h"
-#include "qor_objectalloc.h"
+#include "internal/link.h"
+#include "internal/mapping.h"
 
 // Non-recursive; constant-initialised, so it is usable before any dynamic
 // initialiser of the library or of an application runs.
@@ -47,14 +40,7 @@ void qorPageAlloc::Initialize() {
 
 void qorPageAlloc::Uninitialize() {
   if (!m_Initialized) qorThrow("qorPageAlloc not initialised!", "qor_alloc", __LINE__);
-  PermBlock* block = m_FirstPermFree;
-  while (block != nullptr) {
-    qorUnmapOrExit(block->address, block->length);
-    PermBlock* next = block->next;
-    delete block;
-    block = next;
-  }
-  m_FirstPermFree = nullptr;
+  qor_internal::unmapAll(m_FirstPermFree);
   m_FirstFree = nullptr;
   for (void*& head : qorOAFreeLists) head = nullptr;
   m_Initialized = false;
@@ -97,7 +83,7 @@ unsigned long qorPageAlloc::ComputeEfficientSize(unsigned long objectSize, unsig
   if (unit == 0) qorThrow("qorPageAlloc not initialised!", "qor_alloc", __LINE__);
   unsigned long bytes;
   if (__builtin_mul_overflow(objectSize, objectCount, &bytes) || bytes > ~0UL - (unit - 1)) {
-    qorThrow("Permanent allocation too large: object size times count overflows", "qor_alloc", __LINE__);
+    qorThrow("qorPageAlloc::ComputeEfficientSize: object size times count overflows", "qor_alloc", __LINE__);
   }
   return ((bytes + unit - 1) / unit) * unit;
 }
@@ -117,14 +103,9 @@ void* qorPageAlloc::AllocRawPages(unsigned long pages) {
   if (m_PageSize == 0) qorThrow("qorPageAlloc not initialised!", "qor_alloc", __LINE__);
   unsigned long length;
   if (pages == 0 || __builtin_mul_overflow(pages, m_PageSize, &length)) {
-    qorThrow("AllocRawPages: page count is 0 or too large", "qor_alloc", __LINE__);
+    qorThrow("qorPageAlloc::AllocRawPages: page count is 0 or too large", "qor_alloc", __LINE__);
   }
-  // The record is made first, so that a failure leaves neither a mapping
-  // without a record nor a record of a failed mapping.
-  std::unique_ptr<PermBlock> block(new PermBlock{m_FirstPermFree, nullptr, length});
-  void* address = qorMapAnonymous(length, "qor_alloc", __LINE__);
-  block->address = address;
-  m_FirstPermFree = block.release();
+  void* address = qor_internal::mapAndRecord(m_FirstPermFree, length, "qor_alloc", __LINE__);
   m_TotalPages += pages;
   return address;
 }

@@ -1,8 +1,7 @@
-#include "qor_freelist_stats.h"
-
 #include <cstdio>
 
-#include "qor_link.h"
+#include "internal/freelist_stats.h"
+#include "internal/link.h"
 
 namespace qor_internal {
 

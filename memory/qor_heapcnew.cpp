@@ -1,4 +1,4 @@
-#include "qor_heapcnew.h"
+#include <qor/qor_heapcnew.h>
 
 #include <new>
 

@@ -1,17 +1,11 @@
-#include "qor_heapcso.h"
+#include <qor/qor_alloc.h>
+#include <qor/qor_assert.h>
+#include <qor/qor_heapcso.h>
+#include <qor/qor_mutex.h>
 
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-#include <memory>
-
-#include "qor_alloc.h"
-#include "qor_assert.h"
-#include "qor_freelist_stats.h"
-#include "qor_link.h"
-#include "qor_mapping.h"
-#include "qor_message.h"
-#include "qor_mutex.h"
+#include "internal/freelist_stats.h"
+#include "internal/link.h"
+#include "internal/mapping.h"
 
 namespace {
 
@@ -35,15 +29,8 @@ qorHeapCSO::qorHeapCSO() : m_FreeLists(), m_TotalBytesAllocated(0.0), m_FirstRaw
 
 qorHeapCSO::~qorHeapCSO() {
   qorMutexLocker lock(m_Mutex);
-  RawBlock* block = m_FirstRawBlock;
-  while (block != nullptr) {
-    qorUnmapOrExit(block->address, block->length);
-    RawBlock* next = block->next;
-    delete block;
-    block = next;
-  }
+  qor_internal::unmapAll(m_FirstRawBlock);
   m_TotalBytesAllocated = 0.0;
-  m_FirstRawBlock = nullptr;
   for (void*& head : m_FreeLists) head = nullptr;
 }
 
@@ -112,11 +99,5 @@ void* qorHeapCSO::AllocRawPages(unsigned long pages) {
   if (pages == 0 || __builtin_mul_overflow(pages, pageSize, &length)) {
     qorThrow("qorHeapCSO: page count is 0 or too large", "qor_heapcso", __LINE__);
   }
-  // The record is made first, so that a failure leaves neither a mapping
-  // without a record nor a record of a failed mapping.
-  std::unique_ptr<RawBlock> block(new RawBlock{nullptr, m_FirstRawBlock, length});
-  void* address = qorMapAnonymous(length, "qor_heapcso", __LINE__);
-  block->address = address;
-  m_FirstRawBlock = block.release();
-  return address;
+  return qor_internal::mapAndRecord(m_FirstRawBlock, length, "qor_heapcso", __LINE__);
 }

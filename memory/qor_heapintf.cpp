@@ -1,4 +1,4 @@
-#include "qor_heapintf.h"
+#include <qor/qor_heapintf.h>
 
 qorHeapIntf::qorHeapIntf() {}
 

@@ -1,6 +1,5 @@
-#include "qor_heaplarge.h"
-
 #include <malloc.h>
+#include <qor/qor_heaplarge.h>
 
 #include <cstdlib>
 

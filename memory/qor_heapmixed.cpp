@@ -1,9 +1,9 @@
-#include "qor_heapmixed.h"
+#include <qor/qor_assert.h>
+#include <qor/qor_heapmixed.h>
 
 #include <new>
 
-#include "qor_assert.h"
-#include "qor_link.h"
+#include "internal/link.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "qor_heapnew.h"
+#include <qor/qor_heapnew.h>
 
 #include <new>
 

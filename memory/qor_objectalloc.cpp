@@ -1,11 +1,9 @@
-#include "qor_objectalloc.h"
+#include <qor/qor_alloc.h>
+#include <qor/qor_assert.h>
+#include <qor/qor_objectalloc.h>
 
-#include <cstdio>
-
-#include "qor_alloc.h"
-#include "qor_assert.h"
-#include "qor_freelist_stats.h"
-#include "qor_link.h"
+#include "internal/freelist_stats.h"
+#include "internal/link.h"
 
 void* qorOAFreeLists[65537] = {};
 // Non-recursive; constant-initialised, so it is usable before any dynamic

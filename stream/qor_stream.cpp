@@ -1,4 +1,4 @@
-#include "qor_stream.h"
+#include <qor/qor_stream.h>
 
 #include <sys/stat.h>
 #include <zlib.h>
@@ -8,9 +8,8 @@
 #include <cstring>
 #include <memory>
 
-#include "qor_assert.h"
-#include "qor_message.h"
-#include "qor_strings.h"
+#include <qor/qor_assert.h>
+#include <qor/qor_strings.h>
 
 #if defined(__x86_64__)
 #include <immintrin.h>
@@ -110,7 +109,7 @@ void openStream(Stream& s, char const* fileName, size_t bufSize, size_t zbufSize
   s.m_FileBytes = 0;
   s.m_FileHandle = fopen(s.m_FileName, fopenMode);
   // Compose before the guard releases the name.
-  if (s.m_FileHandle == nullptr) qorThrow(qorComposeMessage(failure, s.m_FileName), kUnit, __LINE__);
+  if (s.m_FileHandle == nullptr) qorThrowComposed(failure, s.m_FileName, kUnit, __LINE__);
   guard.name = nullptr;
   guard.buf = nullptr;
 }

@@ -1,6 +1,6 @@
-#include "qor_sysinfo.h"
-
 #include <pwd.h>
+#include <qor/qor_strings.h>
+#include <qor/qor_sysinfo.h>
 #include <unistd.h>
 
 #include <QNetworkInterface>
@@ -8,9 +8,8 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
-
-#include "qor_strings.h"
 
 namespace {
 
@@ -51,13 +50,21 @@ char* qorGetHostName() {
 }
 
 int qorGetNumProcessors() {
-  FILE* pipe = popen("cat /proc/cpuinfo | grep processor | wc -l", "r");
-  if (pipe == nullptr) return 1;
+  // Counted here rather than by a shell pipeline: no child process, and
+  // nothing found through PATH.
   long count = 0;
-  char line[kTextBufferSize];
-  while (fgets(line, sizeof line, pipe) != nullptr) count = strtol(line, nullptr, 10);
-  pclose(pipe);
-  return static_cast<int>(count);
+  if (FILE* cpuinfo = fopen("/proc/cpuinfo", "re")) {
+    char* line = nullptr;  // grown by getline to the longest line (the flags run long)
+    size_t capacity = 0;
+    while (getline(&line, &capacity, cpuinfo) != -1) {
+      if (strstr(line, "processor") != nullptr) ++count;
+    }
+    free(line);
+    fclose(cpuinfo);
+  }
+  if (count > 0) return static_cast<int>(count);
+  const long online = sysconf(_SC_NPROCESSORS_ONLN);
+  return online > 0 ? static_cast<int>(online) : 1;
 }
 
 long qorGetAvailableMemory() {

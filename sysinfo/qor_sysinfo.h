@@ -27,8 +27,9 @@ QOR_API char* qorGetUserName();
 QOR_API char* qorGetHostName();
 
 // The number of lines of /proc/cpuinfo that contain "processor" (one per
-// logical processor on x86): 1 when the command cannot be started, 0 when
-// it yields no number.
+// logical processor on x86), read directly: no shell and no child process.
+// When the file cannot be read or holds no such line,
+// sysconf(_SC_NPROCESSORS_ONLN), and 1 when that fails too. Never 0.
 QOR_API int qorGetNumProcessors();
 
 // The machine's total physical memory in MiB (not the memory now free).

@@ -7,7 +7,7 @@
 #include <thread>
 #include <vector>
 
-#include "polygon_generator.h"
+#include "support/polygon_generator.h"
 #include "triangulate_check.h"
 
 // Four threads triangulate different polygons at once while the tables are

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "polygon_generator.h"
+#include "support/polygon_generator.h"
 #include "triangulate_check.h"
 
 namespace {

@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "polygon_generator.h"
+#include "support/polygon_generator.h"
 
 namespace tricheck {
 

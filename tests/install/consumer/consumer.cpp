@@ -6,6 +6,12 @@
 #include <cstring>
 #include <string>
 
+// Names of the triangulator's tables and steps, which the umbrella header
+// must not bring in: each of these would fail to compile if it did.
+static int seg = 1;
+static double tr[2] = {0.5, 0.25};
+static int initialise(int n) { return n + seg; }
+
 namespace {
 
 bool foundationWorks() {
@@ -65,6 +71,7 @@ int main(int argc, char** argv) {
   if (!streamsWork(path.c_str())) return 3;
   if (qorGetNumProcessors() < 1) return 4;
   if (!geometryWorks()) return 5;
+  if (initialise(1) != 2 || tr[0] != 0.5) return 6;
   std::puts("consumer ok");
   return 0;
 }

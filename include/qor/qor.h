@@ -1,4 +1,7 @@
-// libqor: the umbrella header. Includes every public header of the library.
+// libqor: the umbrella header. Includes every public header of the library
+// except the triangulator's tables and internal steps (qor_traptree.h), whose
+// short global names (seg, tr, qs, initialise, ...) would otherwise enter
+// every user's namespace; include that one by name when you need it.
 #ifndef QOR_H
 #define QOR_H
 
@@ -29,7 +32,6 @@
 // Geometry
 #include "qor_polycheck.h"
 #include "qor_polysplit.h"
-#include "qor_traptree.h"
 #include "qor_triangulate.h"
 
 #endif

@@ -4,8 +4,8 @@
 // bytes. Blocks of odd sizes (100 bytes, say) sit at addresses that are not
 // 8-byte aligned, so the link is copied byte-wise rather than read through a
 // pointer cast: memcpy is defined at any address and compiles to one move.
-#ifndef QOR_LINK_H
-#define QOR_LINK_H
+#ifndef QOR_INTERNAL_LINK_H
+#define QOR_INTERNAL_LINK_H
 
 #include <cstring>
 

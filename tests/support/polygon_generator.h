@@ -3,8 +3,8 @@
 // running counter-clockwise, and holes running clockwise that are disjoint
 // from each other and lie strictly inside it. No vertex lies on the straight
 // line through its two neighbours.
-#ifndef QOR_TESTS_POLYGON_GENERATOR_H
-#define QOR_TESTS_POLYGON_GENERATOR_H
+#ifndef QOR_SUPPORT_POLYGON_GENERATOR_H
+#define QOR_SUPPORT_POLYGON_GENERATOR_H
 
 #include <algorithm>
 #include <array>

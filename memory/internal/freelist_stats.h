@@ -1,12 +1,10 @@
 // Internal: the statistics report shared by the object allocator and the
 // common-size-object heap. Only the title line differs.
-#ifndef QOR_FREELIST_STATS_H
-#define QOR_FREELIST_STATS_H
+#ifndef QOR_INTERNAL_FREELIST_STATS_H
+#define QOR_INTERNAL_FREELIST_STATS_H
 
 #include <string>
 #include <vector>
-
-#include "qor_export.h"
 
 namespace qor_internal {
 
@@ -18,13 +16,12 @@ struct FreeListCount {
 
 // Counts the objects on every non-empty list of heads[0..count-1], in
 // ascending index order. The caller keeps the lists still meanwhile.
-QOR_HIDDEN std::vector<FreeListCount> countFreeLists(void* const* heads, unsigned long count);
+std::vector<FreeListCount> countFreeLists(void* const* heads, unsigned long count);
 
 // Replaces lines with the report: title, empty line, column header, dashes,
 // one row per counted list, dashes and the total row. The totals are 32-bit
 // and wrap.
-QOR_HIDDEN void formatFreeListStats(const char* title, const std::vector<FreeListCount>& counts,
-                                    std::vector<std::string>& lines);
+void formatFreeListStats(const char* title, const std::vector<FreeListCount>& counts, std::vector<std::string>& lines);
 
 }  // namespace qor_internal
 
