@@ -90,8 +90,8 @@ unsigned long qorPageAlloc::ComputeEfficientSize(unsigned long objectSize, unsig
 
 void qorPageAlloc::PermanentAlloc(unsigned long objectSize, unsigned long objectCount, unsigned long& objectsObtained,
                                   void*& memory) {
-  if (objectSize == 0) qorThrow("Permanent allocation with an object size of 0", "qor_alloc", __LINE__);
-  if (objectCount == 0) qorThrow("Permanent allocation of 0 objects", "qor_alloc", __LINE__);
+  if (objectSize == 0) qorThrow("qorPageAlloc::PermanentAlloc: object size of 0", "qor_alloc", __LINE__);
+  if (objectCount == 0) qorThrow("qorPageAlloc::PermanentAlloc: 0 objects requested", "qor_alloc", __LINE__);
   qorMutexLocker lock(m_Mutex);
   if (!m_Initialized) qorThrow("qorPageAlloc not initialised!", "qor_alloc", __LINE__);
   const unsigned long bytes = ComputeEfficientSize(objectSize, objectCount);
@@ -105,7 +105,7 @@ void* qorPageAlloc::AllocRawPages(unsigned long pages) {
   if (pages == 0 || __builtin_mul_overflow(pages, m_PageSize, &length)) {
     qorThrow("qorPageAlloc::AllocRawPages: page count is 0 or too large", "qor_alloc", __LINE__);
   }
-  void* address = qor_internal::mapAndRecord(m_FirstPermFree, length, "qor_alloc", __LINE__);
+  void* address = qor_internal::mapAndRecord(m_FirstPermFree, length, "qorPageAlloc", "qor_alloc", __LINE__);
   m_TotalPages += pages;
   return address;
 }

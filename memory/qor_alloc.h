@@ -62,7 +62,7 @@ class QOR_API qorPageAlloc {
   // One page of GetPageSize() bytes, not cleared: its first word still holds
   // the free-list link. Maps a new 16 MiB pool when the list is empty.
   // Raises "qorPageAlloc not initialised!" outside Initialize/Uninitialize,
-  // and "mmap failed: <reason>" when the system refuses the mapping (the
+  // and "qorPageAlloc: mmap failed: <reason>" when the system refuses the mapping (the
   // allocator is then unchanged and stays usable).
   static void* Alloc();
   // Puts a page back on the free list (last in, first out). Null is ignored.
@@ -88,7 +88,7 @@ class QOR_API qorPageAlloc {
                              void*& memory);
 
   // Maps pages x GetPageSize() bytes and records the mapping for
-  // Uninitialize. The caller holds m_Mutex. Raises "mmap failed: <reason>"
+  // Uninitialize. The caller holds m_Mutex. Raises "qorPageAlloc: mmap failed: <reason>"
   // (nothing recorded) when the system refuses the mapping.
   static void* AllocRawPages(unsigned long pages);
 

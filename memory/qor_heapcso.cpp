@@ -99,5 +99,5 @@ void* qorHeapCSO::AllocRawPages(unsigned long pages) {
   if (pages == 0 || __builtin_mul_overflow(pages, pageSize, &length)) {
     qorThrow("qorHeapCSO: page count is 0 or too large", "qor_heapcso", __LINE__);
   }
-  return qor_internal::mapAndRecord(m_FirstRawBlock, length, "qor_heapcso", __LINE__);
+  return qor_internal::mapAndRecord(m_FirstRawBlock, length, "qorHeapCSO", "qor_heapcso", __LINE__);
 }

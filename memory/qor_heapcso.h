@@ -75,7 +75,7 @@ class QOR_API qorHeapCSO : public qorHeapIntf {
   // unit; raises "qorPageAlloc not initialised!" while the unit is unknown.
   unsigned long ComputeEfficientSize(unsigned long objectSize, unsigned long objectCount);
   // Maps pages x the page size and records the mapping in this heap. Raises
-  // "mmap failed: <reason>" (nothing recorded) when the system refuses.
+  // "qorHeapCSO: mmap failed: <reason>" (nothing recorded) when the system refuses.
   void* AllocRawPages(unsigned long pages);
 
   void* m_FreeLists[65537];

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "internal/mapping.h"
 
@@ -32,13 +33,14 @@ QOR_API void qorTestFailMapping(unsigned long nth) { mapCallsBeforeFailure = nth
 
 namespace qor_internal {
 
-void* mapAnonymous(unsigned long length, const char* unit, unsigned long line) {
+void* mapAnonymous(unsigned long length, const char* owner, const char* unit, unsigned long line) {
   const bool fail = failThisMapping();
   void* address = fail ? MAP_FAILED : mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (address == MAP_FAILED) {
     const int error = fail ? ENOMEM : errno;
     char buffer[256];
-    qorThrowComposed("mmap failed: ", strerror_r(error, buffer, sizeof buffer), unit, line);
+    const std::string prefix = std::string(owner) + ": mmap failed: ";
+    qorThrowComposed(prefix.c_str(), strerror_r(error, buffer, sizeof buffer), unit, line);
   }
 #ifndef NDEBUG
   std::memset(address, 0xA5, length);

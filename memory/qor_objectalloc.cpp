@@ -19,8 +19,8 @@ constexpr unsigned long kObjectsPerRefill = 4096;
 }  // namespace
 
 void qorOABadSize(unsigned long size) {
-  if (size == 0) qorThrow("Object allocator: object size of 0", "qor_objectalloc", __LINE__);
-  qorThrow("Object allocator: object size above 65536", "qor_objectalloc", __LINE__);
+  if (size == 0) qorThrow("qorOAAlloc: object size of 0", "qor_objectalloc", __LINE__);
+  qorThrow("qorOAAlloc: object size above 65536", "qor_objectalloc", __LINE__);
 }
 
 void qorOAPopulateFreeList(unsigned long size) {

@@ -7,10 +7,10 @@
 namespace qor_internal {
 
 // `length` bytes of fresh anonymous private read-write memory. A failed
-// mmap raises "mmap failed: <strerror>" with the caller's unit and line;
+// mmap raises "<owner>: mmap failed: <strerror>" with the caller's unit and line;
 // nothing is mapped then. Builds without NDEBUG fill the memory with 0xA5
 // bytes, so that code relying on fresh memory reading as zero fails there.
-void* mapAnonymous(unsigned long length, const char* unit, unsigned long line);
+void* mapAnonymous(unsigned long length, const char* owner, const char* unit, unsigned long line);
 
 // Unmaps a mapping given back in bulk. A failing munmap cannot be recovered
 // from: it prints "Error in munmap: size = <length> addr=<hex address>" on
@@ -22,9 +22,9 @@ void unmapOrExit(void* address, unsigned long length);
 // a failure (of new or of mmap) leaves neither a mapping without a record
 // nor a record of a failed mapping.
 template <typename Record>
-void* mapAndRecord(Record*& head, unsigned long length, const char* unit, unsigned long line) {
+void* mapAndRecord(Record*& head, unsigned long length, const char* owner, const char* unit, unsigned long line) {
   std::unique_ptr<Record> record(new Record{});
-  record->address = mapAnonymous(length, unit, line);
+  record->address = mapAnonymous(length, owner, unit, line);
   record->next = head;
   record->length = length;
   head = record.release();

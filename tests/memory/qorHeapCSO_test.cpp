@@ -143,7 +143,7 @@ TEST_F(qorHeapCSO, LifeAroundThePageAllocator) {
 TEST_F(qorHeapCSO, FailedMappingRaisesAndLeavesHeapUsable) {
   const int status = ::memtest::runWithCappedAddressSpace([this] {
     const std::string text = raisedText([this] { heap->Alloc(65536); });
-    if (!startsWith(text, "mmap failed: Cannot allocate memory\n [file qor_heapcso line ")) return 1;
+    if (!startsWith(text, "qorHeapCSO: mmap failed: Cannot allocate memory\n [file qor_heapcso line ")) return 1;
     if (heap->m_FirstRawBlock != nullptr || heap->m_FreeLists[65536] != nullptr) return 2;
     if (heap->getTotalBytesAllocated() != 0.0 || !heap->m_Mutex.tryLock()) return 3;
     heap->m_Mutex.unlock();

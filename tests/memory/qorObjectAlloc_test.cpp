@@ -78,13 +78,13 @@ TEST_F(qorObjectAlloc, BadSizesAndNoPageAllocatorRaiseAndReleaseTheLock) {
     std::function<void()> call;
     const char* prefix;
   } rows[] = {
-      {[] { qorOAAlloc(0); }, "Object allocator: object size of 0"},
-      {[] { qorOAAlloc(65537); }, "Object allocator: object size above 65536"},
-      {[] { qorOAAlloc(~0UL); }, "Object allocator: object size above 65536"},
-      {[&] { qorOADealloc(&object, 0); }, "Object allocator: object size of 0"},
-      {[&] { qorOADealloc(&object, 70000); }, "Object allocator: object size above 65536"},
-      {[] { qorOAPopulateFreeList(0); }, "Object allocator: object size of 0"},
-      {[] { qorOAPopulateFreeList(65537); }, "Object allocator: object size above 65536"},
+      {[] { qorOAAlloc(0); }, "qorOAAlloc: object size of 0"},
+      {[] { qorOAAlloc(65537); }, "qorOAAlloc: object size above 65536"},
+      {[] { qorOAAlloc(~0UL); }, "qorOAAlloc: object size above 65536"},
+      {[&] { qorOADealloc(&object, 0); }, "qorOAAlloc: object size of 0"},
+      {[&] { qorOADealloc(&object, 70000); }, "qorOAAlloc: object size above 65536"},
+      {[] { qorOAPopulateFreeList(0); }, "qorOAAlloc: object size of 0"},
+      {[] { qorOAPopulateFreeList(65537); }, "qorOAAlloc: object size above 65536"},
       {[] {
          qorPageAlloc::Uninitialize();
          qorOAAlloc(16);

@@ -82,8 +82,10 @@ TEST_F(qorPageAlloc, PermanentBlocksHoldWholeUnits) {
   unsigned long obtained = 77;
   void* memory = &obtained;
   const unsigned long pages = Pages::GetTotalPages();
-  EXPECT_TRUE(startsWith(raisedText([&] { Pages::PermanentAlloc(0, 4096, obtained, memory); }), "Permanent"));
-  EXPECT_TRUE(startsWith(raisedText([&] { Pages::PermanentAlloc(8, 0, obtained, memory); }), "Permanent"));
+  EXPECT_TRUE(startsWith(raisedText([&] { Pages::PermanentAlloc(0, 4096, obtained, memory); }),
+                         "qorPageAlloc::PermanentAlloc: object size of 0"));
+  EXPECT_TRUE(startsWith(raisedText([&] { Pages::PermanentAlloc(8, 0, obtained, memory); }),
+                         "qorPageAlloc::PermanentAlloc: 0 objects requested"));
   EXPECT_EQ(obtained, 77UL);
   EXPECT_EQ(Pages::GetTotalPages(), pages);
 }
@@ -139,12 +141,14 @@ TEST_F(qorPageAlloc, StateMachine) {
 TEST_F(qorPageAlloc, FailedMappingRaisesAndLeavesAllocatorUsable) {
   const int status = ::memtest::runWithCappedAddressSpace([] {
     const unsigned long total = Pages::GetTotalPages();
-    if (!startsWith(raisedText([] { Pages::Alloc(); }), "mmap failed: Cannot allocate memory\n [file qor_alloc line "))
+    if (!startsWith(raisedText([] { Pages::Alloc(); }),
+                    "qorPageAlloc: mmap failed: Cannot allocate memory\n [file qor_alloc line "))
       return 1;
     if (Pages::GetTotalPages() != total || Pages::m_FirstPermFree != nullptr || Pages::m_FirstFree != nullptr) return 2;
     unsigned long obtained = 0;
     void* memory = nullptr;
-    if (!startsWith(raisedText([&] { Pages::PermanentAlloc(65536, 4096, obtained, memory); }), "mmap failed: "))
+    if (!startsWith(raisedText([&] { Pages::PermanentAlloc(65536, 4096, obtained, memory); }),
+                    "qorPageAlloc: mmap failed: "))
       return 3;
     if (memory != nullptr || obtained != 0) return 4;
     ::memtest::liftAddressSpaceCap();
