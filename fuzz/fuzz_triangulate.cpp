@@ -4,10 +4,11 @@
 // byte giving its size (3 to 34 points) and one byte per coordinate, on a
 // small grid so that points repeat, edges touch and contours cross. Every run
 // must either triangulate or raise a qorException*, never crash or hang.
-// The ring entry point must return triangles whose areas add up to the
-// polygon's (outer minus holes), each counter-clockwise; where the validity
-// check finds nothing wrong, the plain triangulator on the oriented contours
-// must give n + 2h - 2 triangles whose areas add up too.
+// The ring entry point must return counter-clockwise triangles on input
+// vertices. Where the validity check finds the contours simple (no crossing,
+// no touching, none of zero area), the triangles' areas must add up to the
+// polygon's (outer minus holes), and the plain triangulator on the oriented
+// contours must give n + 2h - 2 triangles whose areas add up too.
 #include <qor/qor_exception.h>
 #include <qor/qor_polycheck.h>
 #include <qor/qor_triangulate.h>
@@ -33,7 +34,8 @@ double signedArea(const Point* p, size_t n) {
   return a / 2;
 }
 
-// The triangles' areas (vertex numbers start at base) against the polygon's.
+// Every triangle counter-clockwise on input vertices (numbers start at
+// base), and their areas adding up to the polygon's unless area < 0.
 void checkTriangles(const std::vector<Point>& pts, const std::vector<qorInt32>& tris, qorInt32 base, double area) {
   double sum = 0;
   for (size_t t = 0; t < tris.size(); t += 3) {
@@ -47,7 +49,7 @@ void checkTriangles(const std::vector<Point>& pts, const std::vector<qorInt32>& 
     check(a >= -1e-9);
     sum += a;
   }
-  check(std::fabs(sum - area) <= 1e-9 * std::max(1.0, area));
+  if (area >= 0) check(std::fabs(sum - area) <= 1e-9 * std::max(1.0, area));
 }
 
 void caught(qorException* e) {
@@ -86,32 +88,42 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   for (size_t c = 0, at = 0; c < sizes.size(); at += sizes[c++])
     area += (c == 0 ? 1 : -1) * std::fabs(signedArea(&pts[at], sizes[c]));
 
-  try {
-    std::vector<qorInt32> tris;
-    const qorInt32 made =
-        qorTriangulateRings(count, sizes.data(), reinterpret_cast<const double(*)[2]>(pts.data()), tris);
-    check(tris.size() == 3 * static_cast<size_t>(made));
-    checkTriangles(pts, tris, 0, area);
-  } catch (qorException* e) {
-    caught(e);
-  }
-
-  // The plain path: repeated points dropped, validity checked, oriented.
+  // The contours as the plain triangulator takes them: repeated points
+  // dropped, outer counter-clockwise, holes clockwise. Areas are only
+  // defined for input that the validity check finds simple.
   std::vector<Point> rows(1);
   std::vector<qorInt32> kept;
+  bool valid = true;
   for (size_t c = 0, at = 0; c < sizes.size(); at += sizes[c++]) {
     const size_t start = rows.size();
     for (int i = 0; i < sizes[c]; ++i)
       if (rows.size() == start || rows.back() != pts[at + i]) rows.push_back(pts[at + i]);
     while (rows.size() - start > 1 && rows.back() == rows[start]) rows.pop_back();
-    const double a = signedArea(&rows[start], rows.size() - start);
-    if (rows.size() - start < 3 || a == 0) return 0;
+    const double a = rows.size() - start < 3 ? 0 : signedArea(&rows[start], rows.size() - start);
+    valid = valid && a != 0;
     if ((c == 0) != (a > 0)) std::reverse(rows.begin() + start, rows.end());
     kept.push_back(static_cast<qorInt32>(rows.size() - start));
   }
+  try {
+    valid = valid && qorCheckPolygon(count, kept.data(), reinterpret_cast<const double(*)[2]>(&rows[1])).empty();
+  } catch (qorException* e) {
+    caught(e);
+    valid = false;
+  }
+
+  try {
+    std::vector<qorInt32> tris;
+    const qorInt32 made =
+        qorTriangulateRings(count, sizes.data(), reinterpret_cast<const double(*)[2]>(pts.data()), tris);
+    check(tris.size() == 3 * static_cast<size_t>(made));
+    checkTriangles(pts, tris, 0, valid ? area : -1);
+  } catch (qorException* e) {
+    caught(e);
+  }
+  if (!valid) return 0;
+
   const qorInt32 n = static_cast<qorInt32>(rows.size() - 1);
   try {
-    if (!qorCheckPolygon(count, kept.data(), reinterpret_cast<const double(*)[2]>(&rows[1])).empty()) return 0;
     std::vector<qorInt32> tris(3 * (n + 2 * count));
     triangulate(count, kept.data(), reinterpret_cast<double(*)[2]>(rows.data()),
                 reinterpret_cast<qorInt32(*)[3]>(tris.data()));
