@@ -7,6 +7,13 @@
 // points triangulate() and is_point_inside_polygon() (qor_triangulate.h)
 // serialise themselves, and code that drives these internal steps directly
 // must make sure no other thread triangulates at the same time.
+//
+// Hazard: the tables are exported data symbols with short names (seg, tr,
+// qs). An application or another library that defines a global of the same
+// name replaces them for the whole process (the dynamic linker binds the
+// library's references to the first definition), and the triangulator then
+// writes into that object. Avoid those names for globals in programs that
+// link libqor.
 #ifndef QOR_TRAPTREE_H
 #define QOR_TRAPTREE_H
 
