@@ -123,7 +123,8 @@ Contact findContact(qorInt32 count, const qorInt32* sizes, const double (*points
     }
     first = last + 1;
   }
-  std::sort(edges.begin(), edges.end(), [](const Edge& a, const Edge& b) { return a.x0 < b.x0; });
+  std::sort(edges.begin(), edges.end(),
+            [](const Edge& a, const Edge& b) { return a.x0 < b.x0 || (a.x0 == b.x0 && a.a < b.a); });
   std::multimap<double, size_t> active;  // right end -> edge
   Contact touch = found;
   for (size_t i = 0; i < edges.size(); ++i) {

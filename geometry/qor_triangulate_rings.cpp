@@ -614,6 +614,9 @@ qorInt32 qorTriangulateRings(qorInt32 count, const qorInt32* sizes, const double
       lastFixups = fixups;
       ringsFailed("the triangles do not cover the polygon (do rings overlap?)", __LINE__);
     }
+  } else if (!keepCovering(out, points, minX, minY, twice, extent, n)) {  // drops collinear triangles too
+    lastFixups = fixups;
+    ringsFailed("the triangles do not cover the polygon (do rings overlap?)", __LINE__);
   }
   lastFixups = fixups;
   triangles.insert(triangles.end(), out.begin(), out.end());

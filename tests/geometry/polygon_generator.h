@@ -10,6 +10,9 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <random>
 #include <string>
 #include <vector>
@@ -85,17 +88,40 @@ inline bool evenOddInside(const Polygon& p, double x, double y) {
 // Distance from (x, y) to the nearest edge.
 inline double edgeDistance(const Polygon& p, double x, double y) {
   double best = INFINITY;
-  for (const Contour& c : p.contours) {
+  for (const Contour& c : p.contours)
     for (size_t i = 0; i < c.size(); ++i) {
       const Point& a = c[i];
       const Point& b = c[(i + 1) % c.size()];
       const double dx = b.x - a.x, dy = b.y - a.y;
-      double t = ((x - a.x) * dx + (y - a.y) * dy) / (dx * dx + dy * dy);
-      t = std::max(0.0, std::min(1.0, t));
+      const double t = std::max(0.0, std::min(1.0, ((x - a.x) * dx + (y - a.y) * dy) / (dx * dx + dy * dy)));
       best = std::min(best, std::hypot(a.x + t * dx - x, a.y + t * dy - y));
     }
-  }
   return best;
+}
+
+// Reads a JSON array of rings of [x, y] pairs, as they are (closing and repeated points kept).
+inline Polygon readRings(const std::string& path) {
+  std::ifstream in(path);
+  const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  Polygon p;
+  int depth = 0;
+  std::vector<double> numbers;
+  for (size_t i = 0; i < text.size();) {
+    const char c = text[i];
+    if (c == '[' || c == ']') {
+      if (c == '[' && ++depth == 2) p.contours.emplace_back();
+      if (c == ']' && depth-- == 3 && numbers.size() >= 2) p.contours.back().push_back({numbers[0], numbers[1]});
+      if (c == ']') numbers.clear();
+      ++i;
+    } else if (c == '-' || c == '.' || (c >= '0' && c <= '9')) {
+      char* end = nullptr;
+      numbers.push_back(std::strtod(text.c_str() + i, &end));
+      i = static_cast<size_t>(end - text.c_str());
+    } else {
+      ++i;
+    }
+  }
+  return p;
 }
 
 inline double uniform(std::mt19937_64& rng, double lo, double hi) {
@@ -206,45 +232,6 @@ inline Polygon comb(std::mt19937_64& rng, int n, int holes = 0) {
   return p;
 }
 
-// An orthogonal polygon between a bottom and a top staircase over unit
-// columns, with square holes at y 4..5 in every other column. About n
-// vertices.
-inline Polygon orthogonal(std::mt19937_64& rng, int n, int holes = 0) {
-  const int columns = std::max(2, (n - 4 * holes) / 4 + 1);
-  holes = std::min(holes, (columns + 1) / 2);
-  std::vector<int> bottom(columns), top(columns);
-  for (int i = 0; i < columns; ++i) {
-    bottom[i] = uniformInt(rng, 0, 3);
-    top[i] = uniformInt(rng, 6, 10);
-  }
-  Contour c;
-  for (int i = 0; i < columns; ++i) {  // bottom, left to right
-    if (i == 0 || bottom[i] != bottom[i - 1]) {
-      c.push_back({static_cast<double>(i), static_cast<double>(bottom[i])});
-      c.push_back({static_cast<double>(i + 1), static_cast<double>(bottom[i])});
-    } else {
-      c.back().x = i + 1;
-    }
-  }
-  Contour t;
-  for (int i = columns - 1; i >= 0; --i) {  // top, right to left
-    if (i == columns - 1 || top[i] != top[i + 1]) {
-      t.push_back({static_cast<double>(i + 1), static_cast<double>(top[i])});
-      t.push_back({static_cast<double>(i), static_cast<double>(top[i])});
-    } else {
-      t.back().x = i;
-    }
-  }
-  c.insert(c.end(), t.begin(), t.end());
-  Polygon p;
-  p.contours.push_back(c);
-  for (int h = 0; h < holes; ++h) {
-    const double x0 = 2 * h + 0.25, x1 = 2 * h + 0.75;
-    p.contours.push_back({{x0, 4}, {x0, 5}, {x1, 5}, {x1, 4}});
-  }
-  return p;
-}
-
 // An x-monotone zigzag whose vertices use only three y levels on each side,
 // with triangular holes at y 3..4: nearly every vertex shares its y with
 // many others. About n vertices.
@@ -274,21 +261,19 @@ inline Polygon zigzag(std::mt19937_64& rng, int n, int holes = 0) {
 }
 
 inline const char* shapeName(int shape) {
-  static const char* names[] = {"star", "spiral", "comb", "orthogonal", "zigzag"};
-  return names[shape % 5];
+  static const char* names[] = {"star", "spiral", "comb", "zigzag"};
+  return names[shape % 4];
 }
 
-// One of the shapes above by number (0..4), with about n vertices.
+// One of the shapes above by number (0..3), with about n vertices.
 inline Polygon shape(int which, std::mt19937_64& rng, int n, int holes) {
-  switch (which % 5) {
+  switch (which % 4) {
     case 0:
       return star(rng, n, holes);
     case 1:
       return spiral(rng, n);
     case 2:
       return comb(rng, n, holes);
-    case 3:
-      return orthogonal(rng, n, holes);
     default:
       return zigzag(rng, n, holes);
   }
