@@ -110,11 +110,14 @@ void runTriangulate(std::vector<qorInt32>& sizes, std::vector<double>& rows, con
                     std::vector<qorInt32>& out) {
   qorInt32 n = 0;
   for (qorInt32 s : sizes) n += s;
-  std::vector<qorInt32> tri(3 * (static_cast<size_t>(n) + 2 * sizes.size() + 4));
+  // Rows are written from the first on; the first row still holding the sentinel ends them (the process-wide
+  // triangulate_last_count() may already be another thread's).
+  std::vector<qorInt32> tri(3 * (static_cast<size_t>(n) + 2 * sizes.size() + 4), -1);
   triangulate(static_cast<qorInt32>(sizes.size()), sizes.data(), reinterpret_cast<double(*)[2]>(rows.data()),
               reinterpret_cast<qorInt32(*)[3]>(tri.data()));
-  const qorInt32 count = triangulate_last_count();
-  for (qorInt32 t = 0; t < 3 * count; ++t) out.push_back(back[static_cast<size_t>(tri[static_cast<size_t>(t)])]);
+  for (size_t t = 0; t + 2 < tri.size() && tri[t] > 0; t += 3)
+    out.push_back(back[static_cast<size_t>(tri[t])]), out.push_back(back[static_cast<size_t>(tri[t + 1])]),
+        out.push_back(back[static_cast<size_t>(tri[t + 2])]);
 }
 
 // --- The slow path ---------------------------------------------------------------------------------------------
