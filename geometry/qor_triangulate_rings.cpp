@@ -61,6 +61,18 @@ double twiceArea(const std::vector<qorInt32>& idx, const double (*pts)[2], doubl
 // Removes, in place, points equal to their successor and tips of spikes (a point where the ring runs straight back
 // the way it came). Returns how many points went.
 qorInt32 dropDegenerate(std::vector<qorInt32>& idx, const double (*pts)[2]) {
+  // Most rings have neither: look first, without copying.
+  const size_t k = idx.size();
+  bool clean = k >= 3;
+  for (size_t i = 0; clean && i < k; ++i) {
+    const double* a = pts[idx[i]];
+    const double* b = pts[idx[(i + 1) % k]];
+    const double* c = pts[idx[(i + 2) % k]];
+    const double cross = (b[0] - a[0]) * (c[1] - a[1]) - (b[1] - a[1]) * (c[0] - a[0]);
+    const double dot = (b[0] - a[0]) * (c[0] - b[0]) + (b[1] - a[1]) * (c[1] - b[1]);
+    clean = !(a[0] == b[0] && a[1] == b[1]) && !(cross == 0 && dot < 0);
+  }
+  if (clean) return 0;
   qorInt32 dropped = 0;
   bool changed = true;
   while (changed && idx.size() >= 2) {
@@ -481,19 +493,18 @@ class RegionBuilder {
 bool keepCovering(std::vector<qorInt32>& tri, const double (*pts)[2], double ox, double oy, double twice, double extent,
                   long terms) {
   double sum = 0;
-  std::vector<qorInt32> kept;
-  kept.reserve(tri.size());
+  size_t kept = 0;  // triangles are compacted in place
   for (size_t t = 0; t + 2 < tri.size(); t += 3) {
     const qorInt32 a = tri[t], b = tri[t + 1], c = tri[t + 2];
     const P pa{pts[a][0] - ox, pts[a][1] - oy}, pb{pts[b][0] - ox, pts[b][1] - oy}, pc{pts[c][0] - ox, pts[c][1] - oy};
     const double area = cross3(pa, pb, pc);
     sum += std::fabs(area);
     if (a == b || b == c || a == c || !(area > 0)) continue;
-    kept.push_back(a), kept.push_back(b), kept.push_back(c);
+    tri[kept++] = a, tri[kept++] = b, tri[kept++] = c;
   }
   if (!(std::fabs(sum - twice) <= qor_internal::areaTolerance(extent, terms + static_cast<long>(tri.size() / 3))))
     return false;
-  tri.swap(kept);
+  tri.resize(kept);
   return true;
 }
 
@@ -508,11 +519,9 @@ qorInt32 qorTriangulateRings(qorInt32 count, const qorInt32* sizes, const double
 
   // Normalize each ring.
   std::vector<Ring> rings;
-  std::vector<qorInt32> userSizes(static_cast<size_t>(count), 0);
-  std::vector<qorInt32> userFirst(static_cast<size_t>(count), 0);
+  rings.reserve(static_cast<size_t>(count));
   long long total = 0;
   for (qorInt32 c = 0; c < count; ++c) {
-    userFirst[static_cast<size_t>(c)] = static_cast<qorInt32>(total);
     if (sizes[c] > 0) total += sizes[c];
     if (total > 0x3fffffff) ringsFailed("too many points", __LINE__);
   }
@@ -524,11 +533,13 @@ qorInt32 qorTriangulateRings(qorInt32 count, const qorInt32* sizes, const double
   }
   const double extent = std::max(maxX - minX, maxY - minY);
   double twice = 0;  // the polygon's doubled area: the outer ring's minus the holes'
-  for (qorInt32 c = 0; c < count; ++c) {
+  for (qorInt32 c = 0, first = 0; c < count; ++c) {
     if (sizes[c] <= 0) continue;
     Ring r;
     r.user = c;
-    for (qorInt32 i = 0; i < sizes[c]; ++i) r.idx.push_back(userFirst[static_cast<size_t>(c)] + i);
+    r.idx.resize(static_cast<size_t>(sizes[c]));
+    for (qorInt32 i = 0; i < sizes[c]; ++i) r.idx[static_cast<size_t>(i)] = first + i;
+    first += sizes[c];
     fixups.pointsDropped += dropDegenerate(r.idx, points);
     const double a = r.idx.size() >= 3 ? twiceArea(r.idx, points, minX, minY) : 0.0;
     if (a == 0) {
@@ -541,7 +552,6 @@ qorInt32 qorTriangulateRings(qorInt32 count, const qorInt32* sizes, const double
       ++fixups.ringsReoriented;
     }
     twice += std::fabs(a) * (c == 0 ? 1 : -1);
-    userSizes[static_cast<size_t>(c)] = static_cast<qorInt32>(r.idx.size());
     rings.push_back(std::move(r));
   }
   if (rings.empty() || rings[0].user != 0) {  // no outer ring with area: nothing to cover
@@ -560,6 +570,10 @@ qorInt32 qorTriangulateRings(qorInt32 count, const qorInt32* sizes, const double
     std::vector<qorInt32> sz;
     std::vector<double> rows{0.0, 0.0};
     std::vector<qorInt32> back{-1};
+    sz.reserve(rings.size());
+    rows.reserve(2 * static_cast<size_t>(n) + 2);
+    back.reserve(static_cast<size_t>(n) + 1);
+    out.reserve(3 * (static_cast<size_t>(n) + 2 * rings.size()));
     for (const Ring& r : rings) {
       sz.push_back(static_cast<qorInt32>(r.idx.size()));
       for (qorInt32 v : r.idx) rows.push_back(points[v][0]), rows.push_back(points[v][1]), back.push_back(v);

@@ -25,51 +25,48 @@ const char kUnit[] = "qor_triangulate";
 }  // namespace
 
 void checkContours(qorInt32 count, const qorInt32* sizes, const double (*rows)[2], ContourSummary& out) {
-  // The bounding box first: areas summed from its corner lose the least to rounding.
-  double minX = INFINITY, minY = INFINITY, maxX = -INFINITY, maxY = -INFINITY;
+  // One pass. Areas are summed from the first point, which keeps the terms (and their rounding) as small as the
+  // polygon's extent.
+  const double ox = rows[1][0], oy = rows[1][1];
+  double extent = 0;
+  double total = 0;
   qorInt32 n = 0;
-  for (qorInt32 c = 0; c < count; ++c)
-    if (sizes[c] > 0) n += sizes[c];
-  for (qorInt32 i = 1; i <= n; ++i) {
-    const double x = rows[i][0], y = rows[i][1];
-    if (!std::isfinite(x) || !std::isfinite(y))
-      qorThrow("triangulate: a coordinate is not a finite number", kUnit, __LINE__);
-    minX = x < minX ? x : minX;
-    maxX = x > maxX ? x : maxX;
-    minY = y < minY ? y : minY;
-    maxY = y > maxY ? y : maxY;
-  }
-  out.originX = minX;
-  out.originY = minY;
-  out.extent = maxX - minX > maxY - minY ? maxX - minX : maxY - minY;
-  out.vertices = n;
-  out.twiceArea = 0;
-
   bool outer = true;
   for (qorInt32 c = 0, first = 1; c < count; ++c) {
     const qorInt32 k = sizes[c];
     if (k <= 0) continue;
     const qorInt32 last = first + k - 1;
+    n += k;
     if (rows[last][0] == rows[first][0] && rows[last][1] == rows[first][1])
       contourFailed(c, " repeats its first point at its end", __LINE__);
     double twice = 0;
-    double px = rows[last][0] - minX, py = rows[last][1] - minY;
+    double px = rows[last][0] - ox, py = rows[last][1] - oy;
     for (qorInt32 i = first; i <= last; ++i) {
-      const double x = rows[i][0] - minX, y = rows[i][1] - minY;
-      if (i > first && rows[i][0] == rows[i - 1][0] && rows[i][1] == rows[i - 1][1]) {
+      const double x = rows[i][0] - ox, y = rows[i][1] - oy;
+      if (!std::isfinite(x) || !std::isfinite(y))
+        qorThrow("triangulate: a coordinate is not a finite number", kUnit, __LINE__);
+      if (x == px && y == py) {
         const std::string what = " repeats point " + std::to_string(i - first) + " right after itself";
         contourFailed(c, what.c_str(), __LINE__);
       }
+      const double ax = std::fabs(x), ay = std::fabs(y);
+      extent = ax > extent ? ax : extent;
+      extent = ay > extent ? ay : extent;
       twice += px * y - py * x;
       px = x;
       py = y;
     }
     if (outer ? !(twice > 0) : !(twice < 0))
       contourFailed(c, " runs the wrong way (outer counter-clockwise, holes clockwise)", __LINE__);
-    out.twiceArea += twice;
+    total += twice;
     outer = false;
     first = last + 1;
   }
+  out.originX = ox;
+  out.originY = oy;
+  out.extent = extent;
+  out.twiceArea = total;
+  out.vertices = n;
 }
 
 double areaTolerance(double extent, long terms) {
@@ -84,10 +81,7 @@ void checkCover(const ContourSummary& s, const double (*rows)[2], const qorInt32
     const double* a = rows[triangles[t][0]];
     const double* b = rows[triangles[t][1]];
     const double* c = rows[triangles[t][2]];
-    const double ax = a[0] - s.originX, ay = a[1] - s.originY;
-    const double cross =
-        (b[0] - s.originX - ax) * (c[1] - s.originY - ay) - (b[1] - s.originY - ay) * (c[0] - s.originX - ax);
-    sum += std::fabs(cross);
+    sum += std::fabs((b[0] - a[0]) * (c[1] - a[1]) - (b[1] - a[1]) * (c[0] - a[0]));
   }
   if (!(std::fabs(sum - s.twiceArea) <= areaTolerance(s.extent, static_cast<long>(s.vertices) + count)))
     qorThrow("triangulate: the triangles do not cover the polygon (do contours touch or cross?)", kUnit, __LINE__);

@@ -9,9 +9,9 @@ namespace qor_internal {
 
 // What the input checks learned about the polygon, for the coverage check.
 struct ContourSummary {
-  double originX = 0, originY = 0;  // lower-left corner of the bounding box
-  double extent = 0;                // the box's larger side
-  double twiceArea = 0;             // twice the polygon's area (outer minus holes), from the origin
+  double originX = 0, originY = 0;  // the first point
+  double extent = 0;                // the largest coordinate difference from it
+  double twiceArea = 0;             // twice the polygon's area (outer minus holes), summed from the origin
   qorInt32 vertices = 0;
 };
 
