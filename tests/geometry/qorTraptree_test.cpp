@@ -50,30 +50,26 @@ TEST(traptree, ComparisonsUseToleranceOnHeightOnly) {
 // rules at a Y node and an X node. Catches a different issue order, missing links and swapped children.
 TEST(traptree, InitialMapAndLocation) {
   oneSegmentMap();
-  const std::vector<std::vector<qorInt32>> nodes = {
-      // type, left, right, parent, trap, seg
-      {NODE_Y, 3, 2, 0, 0, 0}, {NODE_SINK, 0, 0, 1, 4, 0}, {NODE_Y, 4, 5, 1, 0, 0},   {NODE_SINK, 0, 0, 3, 3, 0},
+  // clang-format off
+  const std::vector<std::vector<qorInt32>> nodes = {  // type, left, right, parent, trap, seg
+      {NODE_Y, 3, 2, 0, 0, 0}, {NODE_SINK, 0, 0, 1, 4, 0}, {NODE_Y, 4, 5, 1, 0, 0}, {NODE_SINK, 0, 0, 3, 3, 0},
       {NODE_X, 6, 7, 3, 0, 1}, {NODE_SINK, 0, 0, 5, 1, 0}, {NODE_SINK, 0, 0, 5, 2, 0}};
+  const std::vector<std::vector<qorInt32>> traps = {  // left, right, up0, up1, down0, down1, sink, state
+      {-1, 1, 4, 0, 3, 0, 6, TRAP_VALID}, {1, -1, 4, 0, 3, 0, 7, TRAP_VALID},
+      {-1, -1, 1, 2, 0, 0, 4, TRAP_VALID}, {-1, -1, 0, 0, 1, 2, 2, TRAP_VALID}};
+  // clang-format on
   for (size_t i = 0; i < nodes.size(); ++i) {
     const node_t& q = qs[i + 1];
-    EXPECT_EQ((std::vector<qorInt32>{q.type, q.left, q.right, q.parent, q.trap_index, q.seg_index}), nodes[i])
-        << "node " << i + 1;
+    EXPECT_EQ((std::vector<qorInt32>{q.type, q.left, q.right, q.parent, q.trap_index, q.seg_index}), nodes[i]) << i;
   }
-  EXPECT_EQ(qs[1].y_key.y, 2);
-  EXPECT_EQ(qs[3].y_key.y, 0);
-  const std::vector<std::vector<qorInt32>> traps = {// left, right, up0, up1, down0, down1, sink, state
-                                                    {-1, 1, 4, 0, 3, 0, 6, TRAP_VALID},
-                                                    {1, -1, 4, 0, 3, 0, 7, TRAP_VALID},
-                                                    {-1, -1, 1, 2, 0, 0, 4, TRAP_VALID},
-                                                    {-1, -1, 0, 0, 1, 2, 2, TRAP_VALID}};
   for (size_t i = 0; i < traps.size(); ++i) {
     const trap_t& t = tr[i + 1];
     EXPECT_EQ((std::vector<qorInt32>{t.left_seg, t.right_seg, t.up0, t.up1, t.down0, t.down1, t.sink, t.state}),
               traps[i])
         << "trapezoid " << i + 1;
   }
-  EXPECT_TRUE(tr[1].top.y == 2 && tr[1].bottom.y == 0 && tr[3].bottom.y == -INFINITY && tr[4].top.x == INFINITY);
-  EXPECT_TRUE(tr[5].state == 0 && seg[1].in_tree == 1);
+  EXPECT_TRUE(qs[1].y_key.y == 2 && qs[3].y_key.y == 0 && tr[1].top.y == 2 && tr[1].bottom.y == 0);
+  EXPECT_TRUE(tr[3].bottom.y == -INFINITY && tr[4].top.x == INFINITY && tr[5].state == 0 && seg[1].in_tree == 1);
   point_t above = pt(0, 5), below = pt(0, -5), left = pt(-1, 1), right = pt(3, 1), level = pt(1.5, 2 + 5e-8),
           key = pt(1, 2), start = pt(0, 0), west = pt(-3, 0), east = pt(3, 0);
   struct Row {
@@ -140,11 +136,13 @@ TEST(traptree, InsideTestOfOneTrapezoid) {
   struct Row {
     qorInt32 left, right, up0, up1, down0, down1, state, expected;
   };
+  // clang-format off
   const std::vector<Row> rows = {
       {2, 1, 0, 0, 3, 0, TRAP_VALID, 1},  {2, 1, 3, 0, 0, 0, TRAP_VALID, 1},  {2, 1, 0, -1, 0, 4, TRAP_VALID, 1},
       {2, 1, 3, 0, 4, 0, TRAP_VALID, 0},  {2, 1, 0, 3, 4, 0, TRAP_VALID, 0},  {2, 1, 3, 0, 0, 4, TRAP_VALID, 0},
       {2, 1, 0, 3, 0, 4, TRAP_VALID, 0},  {2, 1, 0, 0, 3, 0, TRAP_MERGED, 0}, {0, 1, 0, 0, 3, 0, TRAP_VALID, 0},
       {2, -1, 0, 0, 3, 0, TRAP_VALID, 0}, {1, 2, 0, 0, 3, 0, TRAP_VALID, 0}};
+  // clang-format on
   for (size_t i = 0; i < rows.size(); ++i) {
     const Row& r = rows[i];
     trap_t t{};

@@ -55,11 +55,9 @@ TEST(triangulate, SmallCasesAndBadInput) {
     Rows rows;  // from row 1
     const char* error;
   };
+  // clang-format off
   const std::vector<Case> cases = {
-      {"hole crossing the outer contour",
-       {4, 3},
-       {{0, 0}, {10, 0}, {10, 10}, {0, 10}, {5, 5}, {15, 6}, {15, 4}},
-       "[file qor_"},
+      {"hole crossing the outer contour", {4, 3}, {{0, 0}, {10, 0}, {10, 10}, {0, 10}, {5, 5}, {15, 6}, {15, 4}}, "[file qor_"},
       {"triangle", {3}, {{0, 0}, {4, 0}, {0, 3}}, nullptr},
       {"convex quadrilateral", {4}, {{0, 0}, {5, 0}, {6, 4}, {1, 3}}, nullptr},
       {"empty contours skipped", {0, 4, -2}, {{0, 0}, {2, 0}, {2, 2}, {0, 2}}, nullptr},
@@ -68,23 +66,12 @@ TEST(triangulate, SmallCasesAndBadInput) {
       {"no vertex", {0, -1}, {}, "triangulate: no vertex"},
       {"two points", {3, 2}, {{0, 0}, {1, 0}, {0, 1}, {5, 5}, {6, 6}}, "only one or two points"},
       {"not finite", {3}, {{0, 0}, {NAN, 0}, {0, 1}}, "not a finite number"},
-      {"clockwise outer",
-       {3},
-       {{0, 0}, {0, 1}, {1, 0}},
-       "triangulate: contour 1 runs the wrong way (outer counter-clockwise, holes clockwise)"},
-      {"counter-clockwise hole",
-       {0, 4, 4},
-       {{0, 0}, {10, 0}, {10, 10}, {0, 10}, {3, 3}, {7, 3}, {7, 7}, {3, 7}},
-       "triangulate: contour 3 runs the wrong way (outer counter-clockwise, holes clockwise)"},
-      {"closing point",
-       {5},
-       {{0, 0}, {2, 0}, {2, 2}, {0, 2}, {0, 0}},
-       "triangulate: contour 1 repeats its first point at its end"},
-      {"repeated point",
-       {4, 5},
-       {{0, 0}, {10, 0}, {10, 10}, {0, 10}, {3, 3}, {3, 7}, {7, 7}, {7, 7}, {7, 3}},
-       "triangulate: contour 2 repeats point 3 right after itself"},
+      {"clockwise outer", {3}, {{0, 0}, {0, 1}, {1, 0}}, "triangulate: contour 1 runs the wrong way (outer counter-clockwise, holes clockwise)"},
+      {"counter-clockwise hole", {0, 4, 4}, {{0, 0}, {10, 0}, {10, 10}, {0, 10}, {3, 3}, {7, 3}, {7, 7}, {3, 7}}, "triangulate: contour 3 runs the wrong way (outer counter-clockwise, holes clockwise)"},
+      {"closing point", {5}, {{0, 0}, {2, 0}, {2, 2}, {0, 2}, {0, 0}}, "triangulate: contour 1 repeats its first point at its end"},
+      {"repeated point", {4, 5}, {{0, 0}, {10, 0}, {10, 10}, {0, 10}, {3, 3}, {3, 7}, {7, 7}, {7, 7}, {7, 3}}, "triangulate: contour 2 repeats point 3 right after itself"},
   };
+  // clang-format on
   for (const Case& c : cases) {
     Rows rows{{-1, -1}};
     rows.insert(rows.end(), c.rows.begin(), c.rows.end());
@@ -126,7 +113,7 @@ TEST(triangulate, SmallCasesAndBadInput) {
 TEST(triangulate, GeneratedPolygonsKeepInvariants) {
   qorTriangulateFixSeed(99);
   std::vector<std::pair<std::string, Polygon>> inputs;
-  for (int shape = 0; shape < 4; ++shape)
+  for (int shape = 0; shape < 3; ++shape)
     for (int n : {4, 5, 8, 13, 40, 120, 400})
       for (int holes : {0, 1, 3, 9})
         for (unsigned seed = 1; seed <= 3; ++seed) {
@@ -157,7 +144,7 @@ TEST(triangulate, GeneratedPolygonsKeepInvariants) {
 // is_point_inside_polygon against an even-odd ray test on random points off the edges: catches holes reported
 // inside and pockets reported outside.
 TEST(is_point_inside_polygon, AgreesWithEvenOddRule) {
-  for (int shape = 0; shape < 4; ++shape)
+  for (int shape = 0; shape < 3; ++shape)
     for (int holes : {0, 4}) {
       std::mt19937_64 rng(1000 + static_cast<unsigned>(shape) * 10 + static_cast<unsigned>(holes));
       Polygon p = polygen::shape(shape, rng, 200, holes);
@@ -240,25 +227,24 @@ TEST(qorTriangulateRings, RepairsAndRefusals) {
     const char* error;  // null: triangulates
     qorInt32 reoriented = 0, dropped = 0, separated = 0;
   };
+  // clang-format off
   const std::vector<Case> cases = {
       {"clockwise closed square", poly({{{0, 0}, {0, 10}, {10, 10}, {10, 0}, {0, 0}}}), nullptr, 1, 1, 0},
-      {"repeated points and a spike", poly({{{0, 0}, {10, 0}, {10, 0}, {10, 10}, {12, 12}, {10, 10}, {0, 10}}}),
-       nullptr, 0, 3, 0},
+      {"repeated points and a spike", poly({{{0, 0}, {10, 0}, {10, 0}, {10, 10}, {12, 12}, {10, 10}, {0, 10}}}), nullptr, 0, 3, 0},
       {"counter-clockwise hole", poly({kSquare, {{3, 3}, {7, 3}, {7, 7}, {3, 7}}}), nullptr, 1, 0, 0},
       {"hole touching outer at a vertex", poly({kSquare, {{0, 0}, {3, 6}, {6, 3}}}), nullptr, 0, 0, 2},
       {"hole touching an outer edge", poly({kSquare, {{5, 0}, {4, 5}, {6, 5}}}), nullptr, 0, 0, 0},
-      {"holes sharing an edge", poly({kSquare, {{2, 2}, {2, 8}, {5, 8}, {5, 2}}, {{5, 2}, {5, 8}, {8, 8}, {8, 2}}}),
-       nullptr, 0, 0, 0},
+      {"holes sharing an edge", poly({kSquare, {{2, 2}, {2, 8}, {5, 8}, {5, 2}}, {{5, 2}, {5, 8}, {8, 8}, {8, 2}}}), nullptr, 0, 0, 0},
       {"hole sharing part of an outer edge", poly({kSquare, {{2, 0}, {2, 5}, {6, 5}, {6, 0}}}), nullptr, 0, 0, 0},
       {"self-tangent outer", poly({{{0, 0}, {10, 0}, {5, 5}, {10, 10}, {0, 10}, {5, 5}}}), nullptr, 0, 0, 2},
       {"zero-area hole", poly({kSquare, {{2, 2}, {4, 4}, {6, 6}}}), nullptr, 0, 3, 0},
       {"zero-area outer", poly({{{0, 0}, {1, 1}, {2, 2}}, kHole}), nullptr, 0, 3, 0},
-      {"bow tie", poly({{{0, 0}, {10, 10}, {10, 0}, {0, 20}}}),
-       "ring 1 crosses itself near (6.666666667, 6.666666667) (edges cross)"},
+      {"bow tie", poly({{{0, 0}, {10, 10}, {10, 0}, {0, 20}}}), "ring 1 crosses itself near (6.666666667, 6.666666667) (edges cross)"},
       {"hole crossing outer", poly({kSquare, {{5, 5}, {15, 6}, {15, 4}}}), "ring 2 crosses ring 1 near (10, "},
       {"hole outside", poly({kSquare, {{20, 0}, {20, 5}, {25, 5}, {25, 0}}}), "ring 2 is a hole that lies outside"},
       {"not finite", poly({{{0, 0}, {NAN, 0}, {0, 1}}}), "a coordinate is not a finite number"},
   };
+  // clang-format on
   for (const Case& c : cases) {
     if (c.error == nullptr) {
       tricheck::checkRings(c.rings, tricheck::normalize(c.rings), c.label, -1);
@@ -284,6 +270,7 @@ TEST(qorTriangulateRings, RepairsAndRefusals) {
 // qorCheckPolygon names the first crossing, else the first touch, with contours counted from 1. Catches a check
 // that misses touches at vertices, T-junctions, fold-backs or crossings, or that flags straight collinear runs.
 TEST(qorCheckPolygon, FindsCrossingsAndTouches) {
+  // clang-format off
   const std::vector<std::pair<Polygon, std::string>> cases = {
       {poly({kSquare, kHole}), ""},
       {poly({{{0, 0}, {5, 0}, {10, 0}, {10, 10}, {0, 10}}}), ""},
@@ -297,6 +284,7 @@ TEST(qorCheckPolygon, FindsCrossingsAndTouches) {
       {poly({{{0, 0}, {10, 0}, {10, 0}, {0, 10}}}), "contour 1 touches itself near (10, 0)"},
       {poly({kSquare, {{1, 1}, {2, 1}}}), "contour 2 has fewer than 3 points"},
   };
+  // clang-format on
   for (const auto& [p, expected] : cases) {
     polygen::Flat flat = polygen::flatten(p);
     EXPECT_EQ(qorCheckPolygon(static_cast<qorInt32>(flat.sizes.size()), flat.sizes.data(), flat.points() + 1),
@@ -437,7 +425,7 @@ TEST(qorTriangulateRings, GarbageRaisesOrCovers) {
     });
     if (strict != qortest::kNothingRaised) continue;
     out.resize(static_cast<size_t>(triangulate_last_count()));
-    tricheck::checkCover(out, flat.rows, 1, p.vertexCount(), polygen::area(p), label + " strict", false);
+    tricheck::checkCover(out, flat.rows, p.vertexCount(), polygen::area(p), label + " strict", false);
     if (::testing::Test::HasFailure()) break;
   }
   qorTriangulateClockSeed();
