@@ -60,27 +60,6 @@ inline double area(const Polygon& p) {
   return a / 2;
 }
 
-// Even-odd ray test over all contours, and the distance to the nearest edge.
-inline bool evenOddInside(const Polygon& p, double x, double y) {
-  bool inside = false;
-  for (const Contour& c : p.contours)
-    for (size_t i = 0, j = c.size() - 1; i < c.size(); j = i++)
-      if ((c[i].y > y) != (c[j].y > y) && x < (c[j].x - c[i].x) * (y - c[i].y) / (c[j].y - c[i].y) + c[i].x)
-        inside = !inside;
-  return inside;
-}
-inline double edgeDistance(const Polygon& p, double x, double y) {
-  double best = INFINITY;
-  for (const Contour& c : p.contours)
-    for (size_t i = 0; i < c.size(); ++i) {
-      const Point &a = c[i], &b = c[(i + 1) % c.size()];
-      const double dx = b.x - a.x, dy = b.y - a.y;
-      const double t = std::max(0.0, std::min(1.0, ((x - a.x) * dx + (y - a.y) * dy) / (dx * dx + dy * dy)));
-      best = std::min(best, std::hypot(a.x + t * dx - x, a.y + t * dy - y));
-    }
-  return best;
-}
-
 // Reads a JSON array of rings of [x, y] pairs as they are (closing and repeated points kept).
 inline Polygon readRings(const std::string& path) {
   std::ifstream in(path);

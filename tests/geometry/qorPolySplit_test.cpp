@@ -7,6 +7,7 @@
 
 #include <QLine>
 #include <QPolygon>
+#include <algorithm>
 #include <climits>
 #include <cmath>
 #include <random>
@@ -53,6 +54,8 @@ int64_t area2(const Pieces& pieces) {
   for (const QPolygon& p : pieces) sum += area2(p);
   return sum;
 }
+
+double len(const QPoint& a, const QPoint& b) { return std::hypot(double(a.x() - b.x()), double(a.y() - b.y())); }
 
 int64_t side(const QPoint& p, const QLine& l) {
   return (int64_t(p.x()) - l.x1()) * (int64_t(l.y2()) - l.y1()) -
@@ -204,9 +207,7 @@ TEST(PolySplitter, PropertiesOverGeneratedPolygons) {
       double slack = 0;
       for (int i = 0; i < poly.size(); ++i) {
         const int64_t u = side(poly[i], line), v = side(poly[(i + 1) % poly.size()], line);
-        if ((u < 0 && v > 0) || (u > 0 && v < 0))
-          slack += 1.5 * std::hypot(double(poly[i].x() - poly[(i + 1) % poly.size()].x()),
-                                    double(poly[i].y() - poly[(i + 1) % poly.size()].y()));
+        if ((u < 0 && v > 0) || (u > 0 && v < 0)) slack += 1.5 * len(poly[i], poly[(i + 1) % poly.size()]);
       }
       EXPECT_LE(std::fabs(double(area2(pieces) - area2(poly))), slack);
       size_t total = 0;
@@ -223,15 +224,14 @@ TEST(PolySplitter, PropertiesOverGeneratedPolygons) {
         EXPECT_EQ(qorCheckPolygon(1, &n, reinterpret_cast<const double(*)[2]>(pts.data())), "") << str({p});
       }
       EXPECT_EQ(total, s.SplitPoly.size()) << "a ring element is in no piece or in two";
+      for (const QPoint& v : poly)
+        EXPECT_TRUE(std::any_of(pieces.begin(), pieces.end(), [&](const QPolygon& p) { return p.contains(v); }));
     }
     for (int pieceSize : {0, 3, 4, 5, 8, 16}) {
       const Pieces pieces = s.Divide(poly, pieceSize);
       double slack = 0;
-      for (const QPolygon& p : pieces) {
-        for (int i = 0; i < p.size(); ++i)
-          slack += 3 * std::hypot(double(p[i].x() - p[(i + 1) % p.size()].x()),
-                                  double(p[i].y() - p[(i + 1) % p.size()].y()));
-      }
+      for (const QPolygon& p : pieces)
+        for (int i = 0; i < p.size(); ++i) slack += 3 * len(p[i], p[(i + 1) % p.size()]);
       EXPECT_LE(std::fabs(double(area2(pieces) - area2(poly))), slack) << "pieceSize " << pieceSize;
     }
     QPolygon bad;  // malformed: random order with repeats

@@ -39,6 +39,40 @@ bool allZero(const void* p, size_t bytes) {
   return std::all_of(c, c + bytes, [](unsigned char b) { return b == 0; });
 }
 
+// What a call on the polygon raises ("" when it returns); the triangles go to `tri` / `out` if given.
+std::string ringsRaise(const Polygon& p, std::vector<qorInt32>* tri = nullptr) {
+  polygen::Flat f = polygen::flatten(p);
+  std::vector<qorInt32> own;
+  const std::string text = raisedText([&] {
+    qorTriangulateRings(static_cast<qorInt32>(f.sizes.size()), f.sizes.data(), f.points() + 1, tri ? *tri : own);
+  });
+  return text == qortest::kNothingRaised ? "" : text;
+}
+std::string strictRaise(polygen::Flat f, tricheck::Triangles& out) {
+  out.assign(f.rows.size() * 3 + 8, {-7, -7, -7});
+  const std::string text = raisedText([&] {
+    triangulate(static_cast<qorInt32>(f.sizes.size()), f.sizes.data(), f.points(),
+                reinterpret_cast<qorInt32(*)[3]>(out.data()));
+  });
+  return text == qortest::kNothingRaised ? "" : text;
+}
+std::string checkOf(const Polygon& p) {
+  polygen::Flat f = polygen::flatten(p);
+  return qorCheckPolygon(static_cast<qorInt32>(f.sizes.size()), f.sizes.data(), f.points() + 1);
+}
+
+// `contours` rings of 3..k random points on a grid of `grid` + 1 squared points.
+Polygon garbage(std::mt19937_64& rng, int contours, int k, int grid) {
+  Polygon p;
+  for (int c = 0; c < contours; ++c) {
+    p.contours.emplace_back();
+    for (int i = polygen::uniformInt(rng, 3, k); i > 0; --i)
+      p.contours.back().push_back(
+          {double(polygen::uniformInt(rng, 0, grid)), double(polygen::uniformInt(rng, 0, grid))});
+  }
+  return p;
+}
+
 const polygen::Contour kSquare = {{0, 0}, {10, 0}, {10, 10}, {0, 10}};
 const polygen::Contour kHole = {{3, 3}, {3, 7}, {7, 7}, {7, 3}};
 
@@ -72,32 +106,19 @@ TEST(triangulate, SmallCasesAndBadInput) {
       {"repeated point", {4, 5}, {{0, 0}, {10, 0}, {10, 10}, {0, 10}, {3, 3}, {3, 7}, {7, 7}, {7, 7}, {7, 3}}, "triangulate: contour 2 repeats point 3 right after itself"},
   };
   // clang-format on
+  tricheck::Triangles out;
   for (const Case& c : cases) {
-    Rows rows{{-1, -1}};
-    rows.insert(rows.end(), c.rows.begin(), c.rows.end());
-    if (c.error == nullptr) {
-      tricheck::checkRaw(c.sizes, rows, c.label);
-      continue;
-    }
-    std::vector<std::array<qorInt32, 3>> out(rows.size() * 3 + 8);
-    std::vector<qorInt32> sizes = c.sizes;
-    const std::string text = raisedText([&] {
-      triangulate(static_cast<qorInt32>(sizes.size()), sizes.data(), reinterpret_cast<double(*)[2]>(rows.data()),
-                  reinterpret_cast<qorInt32(*)[3]>(out.data()));
-    });
-    EXPECT_NE(text.find(c.error), std::string::npos) << c.label << ": " << text;
+    polygen::Flat f{c.sizes, {{-1, -1}}};
+    f.rows.insert(f.rows.end(), c.rows.begin(), c.rows.end());
+    if (c.error == nullptr)
+      tricheck::checkRaw(f.sizes, f.rows, c.label);
+    else
+      EXPECT_NE(strictRaise(f, out).find(c.error), std::string::npos) << c.label << ": " << strictRaise(f, out);
   }
-  Rows big(8193);
-  for (size_t i = 1; i < big.size(); ++i)
-    big[i] = {std::cos(2 * M_PI * static_cast<double>(i) / 8192), std::sin(2 * M_PI * static_cast<double>(i) / 8192)};
-  qorInt32 sizes[3] = {8192, 0, 0};
-  EXPECT_NE(
-      raisedText([&] { triangulate(1, sizes, reinterpret_cast<double(*)[2]>(big.data()), nullptr); }).find("null"),
-      std::string::npos);
-  qorInt32 tri[8][3];
-  EXPECT_NE(raisedText([&] {
-              triangulate(1, sizes, reinterpret_cast<double(*)[2]>(big.data()), tri);
-            }).find("more than 8191"),
+  polygen::Flat big{{8192, 0}, Rows(8193)};
+  for (size_t i = 1; i < big.rows.size(); ++i) big.rows[i] = {std::cos(i * M_PI / 4096), std::sin(i * M_PI / 4096)};
+  EXPECT_NE(strictRaise(big, out).find("more than 8191"), std::string::npos);
+  EXPECT_NE(raisedText([&] { triangulate(1, big.sizes.data(), big.points(), nullptr); }).find("null"),
             std::string::npos);
   // The map of the last valid polygon is untouched by the refused calls.
   EXPECT_EQ(inside(5, 5), 0);
@@ -109,7 +130,8 @@ TEST(triangulate, SmallCasesAndBadInput) {
 // Every shape with and without holes, through both entry points: triangle areas add up to the polygon's area,
 // n + 2h - 2 triangles, the ring entry point takes the rings reversed and closed, and the validity check finds
 // nothing. Catches wrong links in the insertion, wrong diagonals, a sweep that emits clockwise, degenerate or
-// missing triangles, and a coverage tolerance that valid input reaches. The label gives shape and seed.
+// missing triangles, a coverage tolerance that valid input reaches, and point queries that put holes inside or
+// pockets outside. The label gives shape and seed.
 TEST(triangulate, GeneratedPolygonsKeepInvariants) {
   qorTriangulateFixSeed(99);
   std::vector<std::pair<std::string, Polygon>> inputs;
@@ -129,45 +151,31 @@ TEST(triangulate, GeneratedPolygonsKeepInvariants) {
   std::mt19937_64 rng(4020);
   inputs.emplace_back("star 4000 with 20 holes", polygen::star(rng, 4000, 20, 4));
   for (const auto& [label, p] : inputs) {
-    tricheck::checkTriangulation(p, label);
+    const tricheck::Triangles tri = tricheck::checkTriangulation(p, label);
+    polygen::Flat f = polygen::flatten(p);
+    for (const auto& t : tri) {  // the query: inside at every centroid, outside in every hole and far away
+      const double x = (f.rows[t[0]][0] + f.rows[t[1]][0] + f.rows[t[2]][0]) / 3;
+      ASSERT_EQ(inside(x, (f.rows[t[0]][1] + f.rows[t[1]][1] + f.rows[t[2]][1]) / 3), 1) << label;
+    }
+    for (size_t h = 1; h < p.contours.size(); ++h) {
+      double x = 0, y = 0;  // every generated hole is star-shaped around its vertices' mean
+      for (const auto& q : p.contours[h]) x += q.x / p.contours[h].size(), y += q.y / p.contours[h].size();
+      ASSERT_EQ(inside(x, y), 0) << label << " hole " << h;
+    }
+    EXPECT_EQ(inside(1e7, -1e7), 0) << label;
     Polygon turned = p;  // outer clockwise, holes counter-clockwise, every ring closed
     for (auto& c : turned.contours) std::reverse(c.begin(), c.end()), c.push_back(c.front());
     tricheck::checkRings(turned, p, label + " as rings", p.vertexCount() + 2 * p.holeCount() - 2);
-    polygen::Flat flat = polygen::flatten(p);
-    EXPECT_EQ(qorCheckPolygon(static_cast<qorInt32>(flat.sizes.size()), flat.sizes.data(), flat.points() + 1), "")
-        << label;
+    EXPECT_EQ(checkOf(p), "") << label;
     if (::testing::Test::HasFailure()) break;
   }
   qorTriangulateClockSeed();
 }
 
-// is_point_inside_polygon against an even-odd ray test on random points off the edges: catches holes reported
-// inside and pockets reported outside.
-TEST(is_point_inside_polygon, AgreesWithEvenOddRule) {
-  for (int shape = 0; shape < 3; ++shape)
-    for (int holes : {0, 4}) {
-      std::mt19937_64 rng(1000 + static_cast<unsigned>(shape) * 10 + static_cast<unsigned>(holes));
-      Polygon p = polygen::shape(shape, rng, 200, holes);
-      tricheck::checkTriangulation(p, polygen::shapeName(shape));
-      double minx = INFINITY, maxx = -INFINITY, miny = INFINITY, maxy = -INFINITY;
-      for (const auto& q : p.contours[0])
-        minx = std::min(minx, q.x), maxx = std::max(maxx, q.x), miny = std::min(miny, q.y), maxy = std::max(maxy, q.y);
-      const double dx = maxx - minx, dy = maxy - miny;
-      for (int checked = 0; checked < 400;) {
-        const double x = polygen::uniform(rng, minx - 0.1 * dx, maxx + 0.1 * dx);
-        const double y = polygen::uniform(rng, miny - 0.1 * dy, maxy + 0.1 * dy);
-        if (polygen::edgeDistance(p, x, y) < 1e-5 * (dx + dy)) continue;
-        ++checked;
-        ASSERT_EQ(inside(x, y), polygen::evenOddInside(p, x, y) ? 1 : 0)
-            << polygen::shapeName(shape) << " holes=" << holes << " at (" << x << ", " << y << ")";
-      }
-    }
-}
-
 // The fixtures as users have them, through qorTriangulateRings: all triangulate with the areas adding up, except
-// the ones whose edges properly cross, which raise a message naming the rings and the place. The normalized
-// simple ones triangulate exactly through triangulate() too; the others either raise or (with the coverage
-// check) still add up. qorCheckPolygon finds the same crossings. Seeds are fixed.
+// the ones whose edges properly cross, which raise a message naming the rings and the place (qorCheckPolygon finds
+// them too). The simple ones triangulate exactly through triangulate() too, so the coverage tolerance is never
+// reached on valid input. Seeds are fixed and printed.
 TEST(qorTriangulateRings, Fixtures) {
   const std::string dir = std::string(QOR_TEST_DATA_DIR) + "/geometry/polygons/";
   const std::set<std::string> simple = {"building", "dude",    "sample-outline", "eberly-6", "filtered-bridge-jhl",
@@ -192,8 +200,9 @@ TEST(qorTriangulateRings, Fixtures) {
   ASSERT_EQ(names.size(), 58u);
   int triangulated = 0;
   for (const std::string& name : names) {
-    qorTriangulateFixSeed(static_cast<long>(std::hash<std::string>()(name) % 100000));
-    SCOPED_TRACE(name + " seed " + std::to_string(qorTriangulateLastSeed()));
+    const long seed = static_cast<long>(std::hash<std::string>()(name) % 100000);
+    qorTriangulateFixSeed(seed);
+    SCOPED_TRACE(name + " seed " + std::to_string(seed));
     const Polygon raw = polygen::readRings(dir + name + ".json");
     const Polygon normal = tricheck::normalize(raw);
     auto it = crossing.find(name);
@@ -202,16 +211,8 @@ TEST(qorTriangulateRings, Fixtures) {
       if (simple.count(name)) tricheck::checkTriangulation(normal, name);
       continue;
     }
-    polygen::Flat flat = polygen::flatten(raw);
-    std::vector<qorInt32> tri;
-    const std::string text = raisedText([&] {
-      qorTriangulateRings(static_cast<qorInt32>(flat.sizes.size()), flat.sizes.data(), flat.points() + 1, tri);
-    });
-    EXPECT_TRUE(qortest::startsWith(text, "qorTriangulateRings: " + it->second)) << text;
-    flat = polygen::flatten(normal);
-    const std::string found =
-        qorCheckPolygon(static_cast<qorInt32>(flat.sizes.size()), flat.sizes.data(), flat.points() + 1);
-    EXPECT_NE(found.find("crosses"), std::string::npos) << found;
+    EXPECT_TRUE(qortest::startsWith(ringsRaise(raw), "qorTriangulateRings: " + it->second)) << ringsRaise(raw);
+    EXPECT_NE(checkOf(normal).find("crosses"), std::string::npos) << checkOf(normal);
   }
   EXPECT_EQ(triangulated, 53);
   qorTriangulateClockSeed();
@@ -254,11 +255,8 @@ TEST(qorTriangulateRings, RepairsAndRefusals) {
       EXPECT_EQ(f.verticesSeparated, c.separated) << c.label;
       continue;
     }
-    polygen::Flat flat = polygen::flatten(c.rings);
     std::vector<qorInt32> tri{7};
-    const std::string text = raisedText([&] {
-      qorTriangulateRings(static_cast<qorInt32>(flat.sizes.size()), flat.sizes.data(), flat.points() + 1, tri);
-    });
+    const std::string text = ringsRaise(c.rings, &tri);
     EXPECT_TRUE(qortest::startsWith(text, std::string("qorTriangulateRings: ") + c.error)) << c.label << ": " << text;
     EXPECT_EQ(tri, std::vector<qorInt32>{7}) << c.label;
   }
@@ -285,11 +283,7 @@ TEST(qorCheckPolygon, FindsCrossingsAndTouches) {
       {poly({kSquare, {{1, 1}, {2, 1}}}), "contour 2 has fewer than 3 points"},
   };
   // clang-format on
-  for (const auto& [p, expected] : cases) {
-    polygen::Flat flat = polygen::flatten(p);
-    EXPECT_EQ(qorCheckPolygon(static_cast<qorInt32>(flat.sizes.size()), flat.sizes.data(), flat.points() + 1),
-              expected);
-  }
+  for (const auto& [p, expected] : cases) EXPECT_EQ(checkOf(p), expected);
 }
 
 // A fixed seed gives the same insertion order, the one srand48(seed) and lrand48() draw, in every thread until the
@@ -360,29 +354,17 @@ TEST(triangulate, LargestPolygonOnSmallStack) {
 TEST(triangulate, LargeRunsLeaveTablesClean) {
   qorTriangulateFixSeed(8191);
   std::mt19937_64 rng(8191);
-  const Polygon large = polygen::star(rng, 8191);
-  polygen::Flat flat = polygen::flatten(large);
-  std::vector<std::array<qorInt32, 3>> out(8191 * 2);
-  const std::string text = raisedText(
-      [&] { triangulate(1, flat.sizes.data(), flat.points(), reinterpret_cast<qorInt32(*)[3]>(out.data())); });
-  EXPECT_TRUE(text == qortest::kNothingRaised || text.find("newtrap: Trapezoid-table overflow") != std::string::npos);
+  tricheck::Triangles out;
+  const std::string text = strictRaise(polygen::flatten(polygen::star(rng, 8191)), out);
+  EXPECT_TRUE(text.empty() || text.find("newtrap: Trapezoid-table overflow") != std::string::npos) << text;
   tricheck::checkTriangulation(poly({{{0, 0}, {1, 0}, {0, 1}}}), "small");
   EXPECT_TRUE(allZero(&seg[4], sizeof(segment_t) * (SEGSIZE - 4)) && allZero(&seg[0], sizeof(segment_t)));
   EXPECT_TRUE(allZero(&tr[64], sizeof(trap_t) * (TRAPSIZE - 64)) && allZero(&tr[0], sizeof(trap_t)));
   EXPECT_TRUE(allZero(&qs[128], sizeof(node_t) * (NODESIZE - 128)));
-
-  std::mt19937_64 garbage(20261124);
   int checked = 0;
   for (int round = 0; round < 400 && checked < 12; ++round) {
-    Polygon p;
-    p.contours.emplace_back();
-    const int k = polygen::uniformInt(garbage, 5, 25);
-    for (int i = 0; i < k; ++i)
-      p.contours[0].push_back({double(polygen::uniformInt(garbage, 0, 9)), double(polygen::uniformInt(garbage, 0, 9))});
     tricheck::checkTriangulation(polygen::star(rng, 1500, 5), "large");
-    flat = polygen::flatten(p);
-    const std::string t = raisedText(
-        [&] { triangulate(1, flat.sizes.data(), flat.points(), reinterpret_cast<qorInt32(*)[3]>(out.data())); });
+    const std::string t = strictRaise(polygen::flatten(garbage(rng, 1, 25, 9)), out);
     if (t.find("[file qor_traptree") == std::string::npos) continue;
     ++checked;
     const qorInt32 tn = newtrap(), qn = newnode();
@@ -399,31 +381,16 @@ TEST(triangulate, LargeRunsLeaveTablesClean) {
 TEST(qorTriangulateRings, GarbageRaisesOrCovers) {
   qorTriangulateFixSeed(77);
   std::mt19937_64 rng(20261123);
+  tricheck::Triangles out;
   for (int round = 0; round < 1500; ++round) {
-    Polygon p;
-    const int grid = polygen::uniformInt(rng, 2, 12);
-    for (int c = polygen::uniformInt(rng, 1, 4); c > 0; --c) {
-      p.contours.emplace_back();
-      for (int k = polygen::uniformInt(rng, 3, 25); k > 0; --k)
-        p.contours.back().push_back(
-            {double(polygen::uniformInt(rng, 0, grid)), double(polygen::uniformInt(rng, 0, grid))});
-    }
-    const std::string label = "round " + std::to_string(round);
-    polygen::Flat flat = polygen::flatten(p);
-    std::vector<qorInt32> tri;
-    const std::string text = raisedText([&] {
-      qorTriangulateRings(static_cast<qorInt32>(flat.sizes.size()), flat.sizes.data(), flat.points() + 1, tri);
-    });
-    if (text == qortest::kNothingRaised)
+    const Polygon p = garbage(rng, polygen::uniformInt(rng, 1, 4), 25, polygen::uniformInt(rng, 2, 12));
+    const std::string label = "round " + std::to_string(round), text = ringsRaise(p);
+    if (text.empty())
       tricheck::checkRings(p, tricheck::normalize(p), label, -1);
     else
       ASSERT_NE(text.find("[file qor_"), std::string::npos) << label << text;
-    tricheck::Triangles out(static_cast<size_t>(p.vertexCount()) * 3 + 8);
-    const std::string strict = raisedText([&] {
-      triangulate(static_cast<qorInt32>(flat.sizes.size()), flat.sizes.data(), flat.points(),
-                  reinterpret_cast<qorInt32(*)[3]>(out.data()));
-    });
-    if (strict != qortest::kNothingRaised) continue;
+    polygen::Flat flat = polygen::flatten(p);
+    if (!strictRaise(flat, out).empty()) continue;
     out.resize(static_cast<size_t>(triangulate_last_count()));
     tricheck::checkCover(out, flat.rows, p.vertexCount(), polygen::area(p), label + " strict", false);
     if (::testing::Test::HasFailure()) break;
