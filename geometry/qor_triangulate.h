@@ -121,7 +121,8 @@ QOR_API qorRingFixups qorTriangulateRingsFixups();
 // Clears in_tree of segments 1..n and draws a new insertion order. Raises a
 // qorException* unless 0 <= n <= 8191.
 QOR_API qorInt32 initialise(qorInt32 n);
-// Fills the permutation of 1..n (seeded from the clock's seconds).
+// Fills the permutation of 1..n, seeded from the clock's second or the seed
+// fixed by qorTriangulateFixSeed().
 QOR_API qorInt32 generate_random_ordering(qorInt32 n);
 // The next segment of the permutation.
 QOR_API qorInt32 choose_segment();
