@@ -5,6 +5,7 @@
 #include <qor/qor_traptree.h>
 #include <qor/qor_triangulate.h>
 
+#include <array>
 #include <cmath>
 #include <string>
 #include <vector>
@@ -181,6 +182,10 @@ TEST(traptree, InsertionAndDecompositionStepByStep) {
   EXPECT_GE(newTraps, 1);
   EXPECT_EQ(count(isNode, NODESIZE, qs) - nodesBefore, 2 * newTraps);
   EXPECT_EQ(seg[3].in_tree, 1);
+  seg[1].next = seg[1].prev = 1;  // one segment alone: no phase, only the first insertion
+  initialise(1);
+  EXPECT_EQ(qortest::raisedText([] { construct_trapezoids(1); }), qortest::kNothingRaised);
+  EXPECT_TRUE(tr[4].state == TRAP_VALID && tr[5].state == 0);
 
   const double pts[3][2] = {{0, 0}, {0, 3}, {4, 0}};  // clockwise
   for (const bool clockwise : {true, false}) {
@@ -198,6 +203,10 @@ TEST(traptree, InsertionAndDecompositionStepByStep) {
     }
     const qorInt32 polys = monotonate_trapezoids(3);
     EXPECT_EQ(polys, 1);
+    for (const auto& bad : std::vector<std::array<qorInt32, 3>>{{0, 0, 2}, {0, 1, 4}, {-1, 1, 2}, {5, 1, 2}})
+      EXPECT_NE(qortest::raisedText([&] { make_new_monotone_poly(bad[0], bad[1], bad[2]); }).find("simple polygon"),
+                std::string::npos)
+          << bad[0] << " " << bad[1] << " " << bad[2];
     qorInt32 out[1][3] = {{0, 0, 0}};
     EXPECT_EQ(triangulate_monotone_polygons(3, polys, out), 1);
   }
