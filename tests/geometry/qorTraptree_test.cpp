@@ -83,8 +83,8 @@ TEST(traptree, InitialMapAndLocation) {
   for (size_t i = 0; i < located.size(); ++i)
     EXPECT_EQ(locate_endpoint(located[i].p, located[i].other, located[i].root), located[i].trap) << "row " << i;
   EXPECT_NE(locate_endpoint(&key, &below, 1), 4);  // on the key: below unless the other endpoint is above
-  point_t a = pt(0, 1), b = pt(1, 1), c = pt(0.5, 2), d = pt(1, 2), e = pt(-1e-12, 0);
-  const std::vector<std::pair<point_t*, qorInt32>> leftOf = {{&a, 1}, {&b, 0}, {&c, 1}, {&d, 0}, {&e, 1}};
+  point_t a = pt(0, 1), b = pt(1, 1), c = pt(0.5, 2), d = pt(1, 2), e = pt(-1e-12, 0), on = pt(0.25, 0.5);
+  const std::vector<std::pair<point_t*, qorInt32>> leftOf = {{&a, 1}, {&b, 0}, {&c, 1}, {&d, 0}, {&e, 1}, {&on, 0}};
   for (size_t i = 0; i < leftOf.size(); ++i) EXPECT_EQ(is_left_of(1, leftOf[i].first), leftOf[i].second) << i;
   seg[2].in_tree = 0;
   seg[3].in_tree = 1;

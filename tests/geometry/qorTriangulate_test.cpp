@@ -284,6 +284,7 @@ TEST(qorCheckPolygon, FindsCrossingsAndTouches) {
   };
   // clang-format on
   for (const auto& [p, expected] : cases) EXPECT_EQ(checkOf(p), expected);
+  EXPECT_EQ(qorCheckPolygon(0, nullptr, nullptr), "");  // nothing to read, nothing to raise
 }
 
 // A fixed seed gives the same insertion order, the one srand48(seed) and lrand48() draw, in every thread until the
