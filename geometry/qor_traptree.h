@@ -12,6 +12,13 @@
 // points triangulate() and is_point_inside_polygon() (qor_triangulate.h)
 // serialise themselves, and code that drives these internal steps directly
 // must make sure no other thread triangulates at the same time.
+//
+// Hazard: the tables are exported data symbols with short names (seg, tr,
+// qs). An application or another library that defines a global of the same
+// name replaces them for the whole process (the dynamic linker binds the
+// library's references to the first definition), and the triangulator then
+// writes into that object. Avoid those names for globals in programs that
+// link libqor.
 #ifndef QOR_TRAPTREE_H
 #define QOR_TRAPTREE_H
 
@@ -158,7 +165,8 @@ constexpr qorInt32 SINGLE_RIGHT = 2;
 // Clears in_tree of segments 1..n and draws a new insertion order. Raises a
 // qorException* unless 0 <= n <= 8191.
 QOR_API qorInt32 initialise(qorInt32 n);
-// Fills the permutation of 1..n (seeded from the clock's seconds).
+// Fills the permutation of 1..n, seeded from the clock's second or the seed
+// fixed by qorTriangulateFixSeed().
 QOR_API qorInt32 generate_random_ordering(qorInt32 n);
 // The next segment of the permutation.
 QOR_API qorInt32 choose_segment();

@@ -3,13 +3,13 @@
 #include <qor/qor_traptree.h>
 #include <qor/qor_triangulate.h>
 #include <sys/mman.h>
-#include <sys/time.h>
 
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
+#include "internal/qor_triangulate_guard.h"
 #include "internal/traptree.h"
 
 using qor_internal::equalTo;
@@ -354,10 +354,9 @@ class Walker {
 qorInt32 generate_random_ordering(qorInt32 n) {
   if (n < 0 || n >= SEGSIZE) qorThrow("generate_random_ordering: more than 8191 segments", kUnit, __LINE__);
   choose_idx = 1;
-  struct timeval now;
-  gettimeofday(&now, nullptr);
   // srand48(s): the state is the low 32 bits of s followed by 0x330E.
-  std::uint64_t x = (static_cast<std::uint64_t>(static_cast<std::uint32_t>(now.tv_sec)) << 16) | 0x330Eu;
+  const long seed = qor_internal::runSeed();
+  std::uint64_t x = (static_cast<std::uint64_t>(static_cast<std::uint32_t>(seed)) << 16) | 0x330Eu;
   constexpr std::uint64_t kA = 0x5DEECE66Du, kC = 0xBu, kMask = (std::uint64_t{1} << 48) - 1;
   qorInt32 pool[SEGSIZE];
   for (qorInt32 i = 0; i <= n; ++i) pool[i] = i;
@@ -715,25 +714,8 @@ qorInt32 triangulate(qorInt32 count, qorInt32* sizes, double (*points)[2], qorIn
   }
   if (total == 0) qorThrow("triangulate: no vertex", kUnit, __LINE__);
   const qorInt32 n = static_cast<qorInt32>(total);
-  double twiceArea = 0;
-  for (qorInt32 c = 0, first = 1; c < count; ++c) {
-    const qorInt32 k = sizes[c];
-    if (k <= 0) continue;
-    const qorInt32 last = first + k - 1;
-    for (qorInt32 i = first; i <= last; ++i) {
-      const double* a = points[i];
-      const double* b = points[i == last ? first : i + 1];
-      if (!std::isfinite(a[0]) || !std::isfinite(a[1]))
-        qorThrow("triangulate: a coordinate is not a finite number", kUnit, __LINE__);
-      twiceArea += a[0] * b[1] - a[1] * b[0];
-    }
-    first = last + 1;
-  }
-  if (!(twiceArea > 0))
-    qorThrow(
-        "triangulate: the contours enclose no area counter-clockwise (outer contours must run counter-clockwise, "
-        "holes clockwise)",
-        kUnit, __LINE__);
+  qor_internal::ContourSummary summary;
+  qor_internal::checkContours(count, sizes, points, summary);
 
   qorMutexLocker lock(triangulateMutex);
   adviseHugePagesOnce();
@@ -776,6 +758,7 @@ qorInt32 triangulate(qorInt32 count, qorInt32* sizes, double (*points)[2], qorIn
   }
   const qorInt32 npolys = monotonate_trapezoids(n);
   lastCount = triangulate_monotone_polygons(n, npolys, triangles);
+  qor_internal::checkCover(summary, points, triangles, lastCount);
   return 0;
 }
 
@@ -796,13 +779,3 @@ qorInt32 triangulate_last_count() {
   qorMutexLocker lock(triangulateMutex);
   return lastCount;
 }
-
-// Placeholders of the seed control and the ring entry point; each raises until
-// it is built.
-void qorTriangulateFixSeed(long) { qorThrow("qorTriangulateFixSeed: not built yet", kUnit, __LINE__); }
-void qorTriangulateClockSeed() {}
-long qorTriangulateLastSeed() { return 0; }
-qorInt32 qorTriangulateRings(qorInt32, const qorInt32*, const double (*)[2], std::vector<qorInt32>&) {
-  qorThrow("qorTriangulateRings: not built yet", kUnit, __LINE__);
-}
-qorRingFixups qorTriangulateRingsFixups() { return qorRingFixups{}; }

@@ -28,14 +28,28 @@
 // tells how many rows were written. Returns 0.
 // Raises a qorException* before touching any table when: count < 1, a null
 // array, no vertex at all, more than 8191 vertices, a contour of one or two
-// points, a coordinate that is not finite, or contours that enclose no area
-// counter-clockwise (every contour runs the wrong way).
+// points, a coordinate that is not finite, a contour whose last point repeats
+// its first ("triangulate: contour K repeats its first point at its end"), a
+// point repeated right after itself ("triangulate: contour K repeats point P
+// right after itself", P counted from 1 within the contour), or a contour that
+// runs the wrong way ("triangulate: contour K runs the wrong way (outer
+// counter-clockwise, holes clockwise)": the first non-empty contour must run
+// counter-clockwise and every later one clockwise). K counts the entries of
+// sizes from 1, as the caller does.
+// After the sweep it compares the triangles' total area with the polygon's
+// and raises "triangulate: the triangles do not cover the polygon (do
+// contours touch or cross?)" when they differ by more than rounding explains
+// (a tolerance proportional to the vertex count and the square of the
+// coordinates' extent): contours that touch or cross otherwise could give
+// triangles that miss part of the polygon. Valid input never reaches it.
 // The tables have fixed capacities: an irregular polygon issues about 4.5
 // trapezoids per vertex and the trapezoid table holds 32767, so polygons of
 // more than about 7,000 vertices may raise "newtrap: Trapezoid-table
 // overflow" (a convex one of 8191 vertices fits). Crossing, touching or
 // repeated edges may raise a qorException* from the stages below; rows
-// written before such an exception are meaningless.
+// written before any exception are meaningless.
+// The insertion order is random, seeded from the clock's second unless a seed
+// is fixed (qorTriangulateFixSeed), so two runs on invalid input may differ.
 QOR_API qorInt32 triangulate(qorInt32 count, qorInt32* sizes, double (*points)[2], qorInt32 (*triangles)[3]);
 
 // 1 if (point[0], point[1]) lies inside the polygon of the most recent
@@ -49,12 +63,16 @@ QOR_API qorInt32 triangulate_last_count();
 
 // --- Beside triangulate(): reproducible runs and real-world input. ---
 
-// Every later triangulation seeds its random insertion order with `seed`
-// instead of the clock's second, so a run can be repeated exactly.
+// Every later triangulation in the process (every thread) seeds its random
+// insertion order with `seed` instead of the clock's second, so that a run
+// can be repeated exactly (a bug report, a test, a fuzzer). Only the low 32
+// bits of the seed matter, as for srand48().
 QOR_API void qorTriangulateFixSeed(long seed);
 // Back to the default: each triangulation seeds from the clock's second.
 QOR_API void qorTriangulateClockSeed();
-// The seed of the most recent triangulation in the process.
+// The seed that the calling thread's most recent triangulation used (0 before
+// its first): per thread, so another thread's runs never change it. After
+// qorTriangulateRings() it is the seed of the last run it made.
 QOR_API long qorTriangulateLastSeed();
 
 // Triangulates a polygon with holes given as rings of points: ring 0 the outer boundary, the others holes.
@@ -64,16 +82,32 @@ QOR_API long qorTriangulateLastSeed();
 // qorException* that names the rings and a point near the problem when edges properly cross.
 QOR_API qorInt32 qorTriangulateRings(qorInt32 count, const qorInt32* sizes, const double (*points)[2],
                                      std::vector<qorInt32>& triangles);
+//
+// How: each ring is normalized (repeated and closing points and the tips of spikes left out, ring 0 turned
+// counter-clockwise and the others clockwise, rings without area dropped) and handed to triangulate(). Only when
+// that fails are the rings rebuilt: a point that lies on another edge is inserted into it, coincident points become
+// one vertex, edges that two rings share (running both ways) cancel, the edges around each shared vertex are
+// paired so that every corner is one wedge of the region, and each such corner is moved a tiny, deterministic
+// distance into its wedge before triangulating; the triangles are then mapped back to the input's indices, where
+// the slivers between moved copies have no area and are left out. A failed run is repeated with up to 8 insertion
+// orders (seeded from the fixed seed, or the clock's second, counting up). Thread-safe: the runs take the
+// triangulator's lock, the rest works on local data.
+// Raises "qorTriangulateRings: ring B crosses ring A near (x, y) (edges cross)" (or "ring A crosses itself")
+// when edges properly cross; a piece of more than 8191 vertices is refused with a message saying so (it is not
+// split); a hole outside every outer boundary, overlapping rings, non-finite coordinates and runs that fail with
+// every insertion order raise clear messages too. The triangles appended always cover the polygon: their areas add
+// up to the outer ring's minus the holes' within rounding. A polygon whose outer ring has no area gives none.
 
 // What qorTriangulateRings() changed in its input before triangulating, in the calling thread's most recent call.
 struct qorRingFixups {
   qorInt32 ringsReoriented;    // rings whose direction was reversed
-  qorInt32 pointsDropped;      // repeated, closing and collinear points left out
+  qorInt32 pointsDropped;      // repeated and closing points and spike tips left out, and the points of dropped rings
   qorInt32 ringsDropped;       // rings of zero area left out
-  qorInt32 ringsSplit;         // rings that touch themselves, split at the touching vertex
-  qorInt32 verticesSeparated;  // vertices shared by rings (or visited twice by one) moved apart
+  qorInt32 ringsSplit;         // always 0: a ring that touches itself is not split but has its corners separated
+  qorInt32 verticesSeparated;  // corners at vertices shared by rings (or visited twice by one) moved apart
   qorInt32 retries;            // runs repeated with another insertion order
 };
+// The record of the calling thread's most recent qorTriangulateRings() call (all zero before the first).
 QOR_API qorRingFixups qorTriangulateRingsFixups();
 
 #endif
