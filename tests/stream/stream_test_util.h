@@ -1,12 +1,11 @@
-// Helpers shared by the stream tests: scratch files, zlib oracles and a
-// way to catch the library's exceptions as text.
+// Helpers shared by the stream tests: scratch files, zlib oracles, readers in
+// both decoders, and a way to catch the library's exceptions as text.
 #ifndef QOR_STREAM_TEST_UTIL_H
 #define QOR_STREAM_TEST_UTIL_H
 
 #include <gtest/gtest.h>
-#include <qor/qor_exception.h>
+#include <qor/qor_stream.h>
 #include <stdlib.h>
-#include <unistd.h>
 #include <zlib.h>
 
 #include <cstdio>
@@ -14,23 +13,25 @@
 #include <random>
 #include <stdexcept>
 #include <string>
+#include <thread>
 
 #include "qor_test_support.h"
 
 namespace streamtest {
+
+using qortest::raisedText;
+using qortest::startsWith;
 
 // A scratch directory removed at the end of the test.
 class ScratchDir {
  public:
   ScratchDir() {
     char pattern[] = "/tmp/qor_stream_test_XXXXXX";
-    const char* made = mkdtemp(pattern);
-    if (made == nullptr) throw std::runtime_error("mkdtemp failed");
-    m_Path = made;
+    if (mkdtemp(pattern) == nullptr) throw std::runtime_error("mkdtemp failed");
+    m_Path = pattern;
   }
   ~ScratchDir() {
-    const std::string command = "rm -rf '" + m_Path + "'";
-    if (system(command.c_str()) != 0) fprintf(stderr, "could not remove %s\n", m_Path.c_str());
+    if (system(("rm -rf '" + m_Path + "'").c_str()) != 0) fprintf(stderr, "could not remove %s\n", m_Path.c_str());
   }
   std::string file(const std::string& name) const { return m_Path + "/" + name; }
 
@@ -38,11 +39,11 @@ class ScratchDir {
   std::string m_Path;
 };
 
-inline void writeFile(const std::string& path, const std::string& bytes) {
+inline std::string writeFile(const std::string& path, const std::string& bytes) {
   FILE* f = fopen(path.c_str(), "wb");
-  ASSERT_NE(f, nullptr) << path;
-  ASSERT_EQ(fwrite(bytes.data(), 1, bytes.size(), f), bytes.size());
+  if (f == nullptr || fwrite(bytes.data(), 1, bytes.size(), f) != bytes.size()) throw std::runtime_error(path);
   fclose(f);
+  return path;
 }
 
 inline std::string readFile(const std::string& path) {
@@ -56,7 +57,8 @@ inline std::string readFile(const std::string& path) {
   return bytes;
 }
 
-// zlib window bits of the three formats as the tests name them.
+inline std::string sample(const std::string& name) { return std::string(QOR_TEST_DATA_DIR) + "/stream/" + name; }
+
 enum Format { kPlain, kGzip, kRaw };
 inline const char* formatName(Format f) { return f == kPlain ? "plain" : f == kGzip ? "gzip" : "raw"; }
 inline int windowBits(Format f) { return f == kGzip ? 31 : -15; }
@@ -64,8 +66,7 @@ inline int windowBits(Format f) { return f == kGzip ? 31 : -15; }
 // One-shot compression with zlib itself, the oracle for the reader.
 inline std::string compress(const std::string& data, Format format, int level = Z_DEFAULT_COMPRESSION) {
   if (format == kPlain) return data;
-  z_stream zs;
-  memset(&zs, 0, sizeof zs);
+  z_stream zs{};
   if (deflateInit2(&zs, level, Z_DEFLATED, windowBits(format), 8, Z_DEFAULT_STRATEGY) != Z_OK)
     throw std::runtime_error("deflateInit2");
   std::string out(deflateBound(&zs, data.size()) + 64, '\0');
@@ -79,16 +80,12 @@ inline std::string compress(const std::string& data, Format format, int level = 
   return out;
 }
 
-// Decodes one complete stream with zlib; sets ok to false unless the stream
-// ends exactly at the end of the bytes.
+// Decodes with zlib; ok is true only when one complete stream ends exactly at
+// the end of the bytes.
 inline std::string decompress(const std::string& bytes, Format format, bool* ok) {
-  *ok = false;
-  if (format == kPlain) {
-    *ok = true;
-    return bytes;
-  }
-  z_stream zs;
-  memset(&zs, 0, sizeof zs);
+  *ok = format == kPlain;
+  if (format == kPlain) return bytes;
+  z_stream zs{};
   if (inflateInit2(&zs, windowBits(format)) != Z_OK) return "";
   zs.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(bytes.data()));
   zs.avail_in = static_cast<uInt>(bytes.size());
@@ -106,31 +103,40 @@ inline std::string decompress(const std::string& bytes, Format format, bool* ok)
   return out;
 }
 
-using qortest::raisedText;
-using qortest::startsWith;
+// Switches a reader to the format, with the fast decoder or zlib.
+inline void switchOn(qorStreamReader& r, Format format, bool fast = false) {
+  r.useFastDecoder(fast);
+  if (format == kGzip) r.gunzip(true);
+  if (format == kRaw) r.inflate(true);
+}
 
-// Text with lines of 0 to maxLine bytes, some tabs, some CRs and some bytes
+// Everything a reader delivers through read(), or "!" and the message it
+// raised; with the bytes counted from the file once the data ended.
+inline std::string readAll(const std::string& path, Format format, bool fast, bool every = false,
+                           size_t* fileBytes = nullptr) {
+  std::string all;
+  const std::string raised = raisedText([&] {
+    qorStreamReader r(path.c_str());
+    switchOn(r, format, fast);
+    r.readAllMembers(every);
+    char buf[50000];
+    long got;
+    while ((got = r.read(buf, sizeof buf)) > 0) all.append(buf, static_cast<size_t>(got));
+    if (fileBytes != nullptr) *fileBytes = r.m_FileBytes;
+  });
+  return raised == qortest::kNothingRaised ? all : "!" + raised;
+}
+
+// Text with lines of 0 to maxLine bytes, some tabs, CRs, zero bytes and bytes
 // above 0x7F.
 inline std::string makeText(std::mt19937& rng, size_t bytes, int maxLine = 200) {
+  static const char kOdd[] = "\t\r\0\x80\xff";
   std::string text;
-  text.reserve(bytes + maxLine + 2);
   while (text.size() < bytes) {
     const int length = static_cast<int>(rng() % static_cast<unsigned>(maxLine + 1));
     for (int i = 0; i < length; ++i) {
       const unsigned r = rng() % 64;
-      char c;
-      if (r == 0) {
-        c = '\t';
-      } else if (r == 1) {
-        c = '\r';
-      } else if (r == 2) {
-        c = static_cast<char>(0x80 + rng() % 128);
-      } else if (r == 3) {
-        c = '\0';
-      } else {
-        c = static_cast<char>(' ' + rng() % 95);
-      }
-      text.push_back(c);
+      text.push_back(r < 5 ? kOdd[r] : static_cast<char>(' ' + rng() % 95));
     }
     if (rng() % 8 == 0) text.push_back('\r');
     text.push_back('\n');
@@ -139,9 +145,30 @@ inline std::string makeText(std::mt19937& rng, size_t bytes, int maxLine = 200) 
   return text;
 }
 
-inline bool haveCommand(const char* name) {
-  const std::string command = std::string("command -v ") + name + " >/dev/null 2>&1";
-  return system(command.c_str()) == 0;
+// Two threads, each with a reader of its own text (gzip for the second,
+// decoded fast), read lines through readLine(bool) at the same time and
+// compare every line with the text. Returns the number of wrong lines.
+inline int twoThreadsReadLines(const ScratchDir& dir, size_t bytes) {
+  int wrong[2] = {0, 0};
+  std::thread threads[2];
+  for (int t = 0; t < 2; ++t) {
+    threads[t] = std::thread([&, t] {
+      std::string text;
+      for (int i = 0; text.size() < bytes; ++i) text += std::string(1 + (i * 7 + t * 13) % 90, "ab"[t]) + "\n";
+      const std::string path = writeFile(dir.file("t" + std::to_string(t)), compress(text, t ? kGzip : kPlain));
+      qorStreamReader r(path.c_str());
+      switchOn(r, t ? kGzip : kPlain, true);
+      size_t pos = 0;
+      while (const char* line = r.readLine(false)) {
+        const size_t end = text.find('\n', pos);
+        wrong[t] += text.compare(pos, end - pos, line) != 0;
+        pos = end + 1;
+      }
+      wrong[t] += pos != text.size();
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  return wrong[0] + wrong[1];
 }
 
 }  // namespace streamtest
