@@ -13,7 +13,6 @@
 #include <random>
 #include <stdexcept>
 #include <string>
-#include <thread>
 
 #include "qor_test_support.h"
 
@@ -143,32 +142,6 @@ inline std::string makeText(std::mt19937& rng, size_t bytes, int maxLine = 200) 
   }
   text.resize(bytes);
   return text;
-}
-
-// Two threads, each with a reader of its own text (gzip for the second,
-// decoded fast), read lines through readLine(bool) at the same time and
-// compare every line with the text. Returns the number of wrong lines.
-inline int twoThreadsReadLines(const ScratchDir& dir, size_t bytes) {
-  int wrong[2] = {0, 0};
-  std::thread threads[2];
-  for (int t = 0; t < 2; ++t) {
-    threads[t] = std::thread([&, t] {
-      std::string text;
-      for (int i = 0; text.size() < bytes; ++i) text += std::string(1 + (i * 7 + t * 13) % 90, "ab"[t]) + "\n";
-      const std::string path = writeFile(dir.file("t" + std::to_string(t)), compress(text, t ? kGzip : kPlain));
-      qorStreamReader r(path.c_str());
-      switchOn(r, t ? kGzip : kPlain, true);
-      size_t pos = 0;
-      while (const char* line = r.readLine(false)) {
-        const size_t end = text.find('\n', pos);
-        wrong[t] += text.compare(pos, end - pos, line) != 0;
-        pos = end + 1;
-      }
-      wrong[t] += pos != text.size();
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  return wrong[0] + wrong[1];
 }
 
 }  // namespace streamtest
