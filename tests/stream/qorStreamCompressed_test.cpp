@@ -34,10 +34,7 @@ struct DecodeRow {
 
 std::vector<DecodeRow> decodeRows() {
   const std::string m = member(kText), raw = compress(kText, kRaw);
-  std::string zlibWrapped(kText.size() + 100, '\0');
-  uLongf n = zlibWrapped.size();
-  ::compress(reinterpret_cast<Bytef*>(&zlibWrapped[0]), &n, reinterpret_cast<const Bytef*>(kText.data()), kText.size());
-  zlibWrapped.resize(n);
+  const std::string zlibWrapped = "\x78\x9c" + raw;
   std::string z(5000000, 'z');
   return {
       {"gzip(1) -1, header with name and time", readFile(sample("text-1.txt.gz")), kGzip, false, kText},
@@ -63,6 +60,11 @@ std::vector<DecodeRow> decodeRows() {
       {"zlib wrapper as gzip", zlibWrapped, kGzip, false, "!incorrect header check [file qor_stream line "},
       {"gzip as raw deflate", m, kRaw, false, "!invalid block type [file qor_stream line "},
       {"empty file as gzip", "", kGzip, false, "!Unexpected end of compressed data in "},
+      {"gzip cut in the header", m.substr(0, 5), kGzip, false, "!Unexpected end of compressed data in "},
+      {"gzip cut in the data", m.substr(0, m.size() / 2), kGzip, false, "!Unexpected end of compressed data in "},
+      {"gzip cut before the trailer", m.substr(0, m.size() - 8), kGzip, false,
+       "!Unexpected end of compressed data in "},
+      {"raw cut in the data", raw.substr(0, raw.size() - 9), kRaw, false, "!Unexpected end of compressed data in "},
   };
 }
 
@@ -83,17 +85,6 @@ TEST_P(qorStreamDecoders, Table) {
     } else {
       EXPECT_TRUE(got == row.expected) << row.label << ": " << got.substr(0, 200);
       EXPECT_EQ(fileBytes, row.bytes.size()) << row.label;
-    }
-  }
-  // Cut anywhere, a stream raises the same clear message (a cut inside the
-  // gzip trailer may raise zlib's check message instead).
-  for (Format format : {kGzip, kRaw}) {
-    const std::string whole = compress(kText, format);
-    for (size_t cut : {size_t(1), size_t(5), size_t(10), size_t(11), whole.size() / 2, whole.size() - 9}) {
-      const std::string path = writeFile(dir.file("cut"), whole.substr(0, cut));
-      EXPECT_TRUE(
-          startsWith(readAll(path, format, GetParam()), "!Unexpected end of compressed data in " + path + "\n [file"))
-          << formatName(format) << " cut at " << cut;
     }
   }
 }

@@ -11,11 +11,14 @@ void switchOn(qorStreamWriter& w, Format format) {
   if (format == kRaw) w.deflate(true);
 }
 
-// Writes data in pieces of `pattern` bytes; 0: seeded random sizes.
-void writeWithPattern(qorStreamWriter& w, std::string data, int pattern, unsigned seed) {
+// Writes data in pieces of `pattern` bytes; 0: seeded random sizes, with now
+// and then an emptyBuf() or a second switch-on in the running format, which
+// must neither end nor restart the stream.
+void writeWithPattern(qorStreamWriter& w, std::string data, int pattern, unsigned seed, Format format = kPlain) {
   std::mt19937 rng(seed);
   for (size_t pos = 0, n; pos < data.size(); pos += n) {
     n = pattern > 0 ? static_cast<size_t>(pattern) : 1 + rng() % (rng() % 3 == 0 ? 40000 : 300);
+    if (pattern == 0 && rng() % 40 == 0) rng() % 2 ? (void)w.emptyBuf() : switchOn(w, format);
     n = std::min(n, data.size() - pos);
     ASSERT_EQ(w.write(&data[pos], static_cast<int>(n)), static_cast<long>(n));
   }
@@ -45,7 +48,7 @@ TEST(qorStreamWriter, RoundTripsAllFormatsSizesAndPatterns) {
         {
           qorStreamWriter w(path.c_str(), 'w');
           switchOn(w, format);
-          writeWithPattern(w, data, pattern, static_cast<unsigned>(size));
+          writeWithPattern(w, data, pattern, static_cast<unsigned>(size), format);
           if (pattern == 0) {
             w.close();
             counted = w.m_FileBytes;
@@ -95,16 +98,14 @@ struct WriterRow {
        return std::to_string(readFile(path) == data.substr(20, 2) + data.substr(2, 6));
      },
      "1"},
-    {"a rewound compressing writer starts a new stream; switching on twice keeps it",
+    {"a rewound compressing writer starts a new stream",
      [](const std::string& path, std::string data) {
        {
          qorStreamWriter w(path.c_str(), 'w');
          w.gzip(true);
          writeWithPattern(w, data, 0, 2);
          w.rewind();
-         w.write(&data[0], 7);
-         w.gzip(true);
-         w.write(&data[7], 5);
+         w.write(&data[0], 12);
        }
        return std::to_string(readAll(path, kGzip, false) == data.substr(0, 12));
      },
@@ -124,23 +125,6 @@ struct WriterRow {
               std::to_string(bytes.substr(bytes.size() - 5) == data.substr(0, 5));
      },
      "11"},
-    {"emptyBuf() while compressing flushes without ending the stream; a second one is no error",
-     [](const std::string& path, std::string data) {
-       qorStreamWriter w(path.c_str(), 'w');
-       w.deflate(true);
-       w.write(&data[0], 1000);
-       w.emptyBuf();
-       w.emptyBuf();
-       fflush(w.m_FileHandle);
-       bool ok = false;
-       std::string out =
-           std::to_string(decompress(readFile(path), kRaw, &ok) == data.substr(0, 1000)) + std::to_string(ok);
-       w.write(&data[1000], 29000);
-       w.close();
-       out += std::to_string(decompress(readFile(path), kRaw, &ok) == data.substr(0, 30000));
-       return out + std::to_string(ok);
-     },
-     "1011"},
     {"a null buffer is refused",
      [](const std::string& path, std::string) {
        qorStreamWriter w(path.c_str(), 'w');

@@ -5,11 +5,10 @@
 
 #include <gtest/gtest.h>
 #include <qor/qor_stream.h>
-#include <stdlib.h>
 #include <zlib.h>
 
-#include <cstdio>
 #include <cstring>
+#include <fstream>
 #include <random>
 #include <stdexcept>
 #include <string>
@@ -39,53 +38,29 @@ class ScratchDir {
 };
 
 inline std::string writeFile(const std::string& path, const std::string& bytes) {
-  FILE* f = fopen(path.c_str(), "wb");
-  if (f == nullptr || fwrite(bytes.data(), 1, bytes.size(), f) != bytes.size()) throw std::runtime_error(path);
-  fclose(f);
+  std::ofstream(path, std::ios::binary) << bytes;
   return path;
 }
 
 inline std::string readFile(const std::string& path) {
-  std::string bytes;
-  FILE* f = fopen(path.c_str(), "rb");
-  if (f == nullptr) return "<missing>";
-  char chunk[65536];
-  size_t got;
-  while ((got = fread(chunk, 1, sizeof chunk, f)) > 0) bytes.append(chunk, got);
-  fclose(f);
-  return bytes;
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 inline std::string sample(const std::string& name) { return std::string(QOR_TEST_DATA_DIR) + "/stream/" + name; }
 
 enum Format { kPlain, kGzip, kRaw };
 inline const char* formatName(Format f) { return f == kPlain ? "plain" : f == kGzip ? "gzip" : "raw"; }
-inline int windowBits(Format f) { return f == kGzip ? 31 : -15; }
 
-// One-shot compression with zlib itself, the oracle for the reader.
-inline std::string compress(const std::string& data, Format format, int level = Z_DEFAULT_COMPRESSION) {
-  if (format == kPlain) return data;
-  z_stream zs{};
-  if (deflateInit2(&zs, level, Z_DEFLATED, windowBits(format), 8, Z_DEFAULT_STRATEGY) != Z_OK)
-    throw std::runtime_error("deflateInit2");
-  std::string out(deflateBound(&zs, data.size()) + 64, '\0');
-  zs.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(data.data()));
-  zs.avail_in = static_cast<uInt>(data.size());
-  zs.next_out = reinterpret_cast<Bytef*>(&out[0]);
-  zs.avail_out = static_cast<uInt>(out.size());
-  if (::deflate(&zs, Z_FINISH) != Z_STREAM_END) throw std::runtime_error("deflate");
-  out.resize(zs.total_out);
-  deflateEnd(&zs);
-  return out;
-}
-
-// Decodes with zlib; ok is true only when one complete stream ends exactly at
-// the end of the bytes.
-inline std::string decompress(const std::string& bytes, Format format, bool* ok) {
-  *ok = format == kPlain;
+// zlib itself, the oracle: compresses (decode false) or decodes the bytes in
+// one go. ok becomes true when one complete stream ends exactly at their end.
+inline std::string zlibCodec(const std::string& bytes, Format format, bool decode, bool* ok = nullptr, int level = -1) {
+  if (ok != nullptr) *ok = format == kPlain;
   if (format == kPlain) return bytes;
   z_stream zs{};
-  if (inflateInit2(&zs, windowBits(format)) != Z_OK) return "";
+  const int bits = format == kGzip ? 31 : -15;
+  if ((decode ? inflateInit2(&zs, bits) : deflateInit2(&zs, level, Z_DEFLATED, bits, 8, Z_DEFAULT_STRATEGY)) != Z_OK)
+    throw std::runtime_error("zlib init");
   zs.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(bytes.data()));
   zs.avail_in = static_cast<uInt>(bytes.size());
   std::string out;
@@ -94,12 +69,18 @@ inline std::string decompress(const std::string& bytes, Format format, bool* ok)
   do {
     zs.next_out = reinterpret_cast<Bytef*>(chunk);
     zs.avail_out = sizeof chunk;
-    ret = ::inflate(&zs, Z_NO_FLUSH);
+    ret = decode ? ::inflate(&zs, Z_NO_FLUSH) : ::deflate(&zs, Z_FINISH);
     out.append(chunk, sizeof chunk - zs.avail_out);
   } while (ret == Z_OK);
-  *ok = (ret == Z_STREAM_END && zs.avail_in == 0);
-  inflateEnd(&zs);
+  if (ok != nullptr) *ok = ret == Z_STREAM_END && zs.avail_in == 0;
+  decode ? inflateEnd(&zs) : deflateEnd(&zs);
   return out;
+}
+inline std::string compress(const std::string& data, Format format, int level = -1) {
+  return zlibCodec(data, format, false, nullptr, level);
+}
+inline std::string decompress(const std::string& bytes, Format format, bool* ok) {
+  return zlibCodec(bytes, format, true, ok);
 }
 
 // Switches a reader to the format, with the fast decoder or zlib.
