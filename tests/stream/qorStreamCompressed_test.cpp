@@ -10,30 +10,30 @@ namespace {
 
 const std::string kText = readFile(sample("text.txt"));
 
-std::string member(const std::string& text) { return compress(text, kGzip); }
-
 // A gzip member with FEXTRA, FNAME and FCOMMENT fields (name of n bytes).
 std::string withHeaderFields(const std::string& text, size_t n) {
-  const std::string m = member(text);
+  const std::string m = compress(text, kGzip);
   return m.substr(0, 3) + '\x1c' + m.substr(4, 6) + std::string("\x04\0xtra", 6) + std::string(n, 'n') + '\0' +
          "comment" + '\0' + m.substr(10);
 }
+
+const char kCut[] = "!Unexpected end of compressed data in ";
 
 std::string flip(std::string bytes, size_t fromEnd) {
   bytes[bytes.size() - fromEnd] ^= 1;
   return bytes;
 }
 
-struct DecodeRow {
+struct DecodeRow {  // with readAllMembers(every), the bytes give the data or "!" and the message's start
   const char* label;
   std::string bytes;
   Format format;
-  bool every;            // readAllMembers(true)
-  std::string expected;  // the data, or "!" and the start of the message
+  bool every;
+  std::string expected;
 };
 
 std::vector<DecodeRow> decodeRows() {
-  const std::string m = member(kText), raw = compress(kText, kRaw);
+  const std::string m = compress(kText, kGzip), raw = compress(kText, kRaw);
   const std::string zlibWrapped = "\x78\x9c" + raw;
   std::string z(5000000, 'z');
   return {
@@ -45,10 +45,10 @@ std::vector<DecodeRow> decodeRows() {
        "x\n"},
       {"16 KiB in to far more than 64 KiB out keeps the pending input", compress(z, kGzip, 9), kGzip, false, z},
       {"raw, output-bound", compress(z, kRaw, 9), kRaw, false, z},
-      {"two members, default: the first only", m + member("second\n"), kGzip, false, kText},
-      {"two members, every member", m + member("second\n"), kGzip, true, kText + "second\n"},
+      {"two members, default: the first only", m + compress("second\n", kGzip), kGzip, false, kText},
+      {"two members, every member", m + compress("second\n", kGzip), kGzip, true, kText + "second\n"},
       {"junk after the member, default: dropped", m + "junk", kGzip, false, kText},
-      {"junk after the member, every member: raises", m + member("2\n") + "junk", kGzip, true,
+      {"junk after the member, every member: raises", m + compress("2\n", kGzip) + "junk", kGzip, true,
        "!qorStreamReader: trailing garbage after gzip member in "},
       {"one stray byte after the member, every member: raises", m + "\x1f", kGzip, true,
        "!qorStreamReader: trailing garbage after gzip member in "},
@@ -59,12 +59,11 @@ std::vector<DecodeRow> decodeRows() {
       {"plain text as gzip", "plain text\n", kGzip, false, "!incorrect header check [file qor_stream line "},
       {"zlib wrapper as gzip", zlibWrapped, kGzip, false, "!incorrect header check [file qor_stream line "},
       {"gzip as raw deflate", m, kRaw, false, "!invalid block type [file qor_stream line "},
-      {"empty file as gzip", "", kGzip, false, "!Unexpected end of compressed data in "},
-      {"gzip cut in the header", m.substr(0, 5), kGzip, false, "!Unexpected end of compressed data in "},
-      {"gzip cut in the data", m.substr(0, m.size() / 2), kGzip, false, "!Unexpected end of compressed data in "},
-      {"gzip cut before the trailer", m.substr(0, m.size() - 8), kGzip, false,
-       "!Unexpected end of compressed data in "},
-      {"raw cut in the data", raw.substr(0, raw.size() - 9), kRaw, false, "!Unexpected end of compressed data in "},
+      {"empty file as gzip", "", kGzip, false, kCut},
+      {"gzip cut in the header", m.substr(0, 5), kGzip, false, kCut},
+      {"gzip cut in the data", m.substr(0, m.size() / 2), kGzip, false, kCut},
+      {"gzip cut before the trailer", m.substr(0, m.size() - 8), kGzip, false, kCut},
+      {"raw cut in the data", raw.substr(0, raw.size() - 9), kRaw, false, kCut},
   };
 }
 

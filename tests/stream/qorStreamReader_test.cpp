@@ -1,5 +1,5 @@
-// The reading operations against a byte-by-byte model, and a table of edge
-// cases, in every format and with both decoders.
+// The reading operations against a byte-by-byte model, in every format and
+// with both decoders.
 #include <QString>
 #include <vector>
 
@@ -73,10 +73,10 @@ TEST(qorStreamReader, MixedReadsMatchModel) {
     std::mt19937 rng(seed);
     const Format format = static_cast<Format>(seed % 3);
     const bool longOnes = seed > 10;
-    const std::string text =
-        longOnes    ? longLines(rng)
-        : seed == 0 ? std::string()
-                    : makeText(rng, seed % 4 == 0 ? 131072 + seed : 150000 + rng() % 150000, seed % 2 ? 200 : 3000);
+    const std::string text = longOnes    ? longLines(rng)
+                             : seed == 0 ? std::string()
+                                         : makeText(seed + 100, seed % 4 == 0 ? 131072 + seed : 150000 + rng() % 150000,
+                                                    seed % 2 ? 200 : 3000);
     ScratchDir dir;
     const std::string path = writeFile(dir.file("f"), compress(text, format));
     qorStreamReader r(path.c_str());
@@ -93,13 +93,9 @@ TEST(qorStreamReader, MixedReadsMatchModel) {
       q = "old";
       switch (longOnes ? 2 : rng() % 10) {
         case 0:
-          m.item(expect, -1, false, false, static_cast<size_t>(n));
-          ASSERT_EQ(r.read(buf.data(), n), static_cast<long>(expect.size()));
-          ASSERT_EQ(std::string(buf.data(), expect.size()), expect);
-          break;
-        case 1:
-          m.item(expect, '\0', false, false, static_cast<size_t>(n));
-          ASSERT_EQ(r.readString(buf.data(), n), static_cast<long>(expect.size()));
+        case 1:  // read(), readString(char*)
+          m.item(expect, expand ? -1 : '\0', false, false, static_cast<size_t>(n));
+          ASSERT_EQ(expand ? r.read(buf.data(), n) : r.readString(buf.data(), n), static_cast<long>(expect.size()));
           ASSERT_EQ(std::string(buf.data(), expect.size()), expect);
           break;
         case 2: {
@@ -118,11 +114,9 @@ TEST(qorStreamReader, MixedReadsMatchModel) {
           break;
         }
         case 4:
-          ASSERT_EQ(r.readLine(q, expand), m.item(expect, '\n', true, expand));
-          ASSERT_EQ(q, asUnits(expect));
-          break;
         case 5:
-          ASSERT_EQ(r.readString(q, expand), m.item(expect, '\0', false, expand));
+          ASSERT_EQ(n % 2 ? r.readLine(q, expand) : r.readString(q, expand),
+                    m.item(expect, n % 2 ? '\n' : '\0', n % 2, expand));
           ASSERT_EQ(q, asUnits(expect));
           break;
         case 9:  // back to the start, from wherever the reader stands
