@@ -9,9 +9,8 @@ using namespace streamtest;
 
 namespace {
 
-// The readers' rules byte by byte over the decoded data: takes bytes up to
-// limit or up to the stop byte (consumed, not delivered; -1: none), dropping
-// CRs and expanding tabs as asked. True when the stop byte was met.
+// The readers' rules byte by byte: takes bytes up to limit or the stop byte (consumed, not delivered;
+// -1: none), dropping CRs and expanding tabs as asked. True when the stop byte was met.
 struct Model {
   std::string data;
   size_t pos = 0;
@@ -41,9 +40,9 @@ struct Model {
   }
 };
 
-QString asUnits(const std::string& bytes) {
+QString asUnits(const std::string& bytes) {  // each byte sign-extended to one code unit
   QString s;
-  for (char c : bytes) s.append(QChar(static_cast<ushort>(static_cast<short>(static_cast<signed char>(c)))));
+  for (char c : bytes) s.append(QChar(static_cast<ushort>(static_cast<signed char>(c))));
   return s;
 }
 

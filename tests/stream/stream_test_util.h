@@ -39,7 +39,6 @@ inline std::string readFile(const std::string& path) {
 inline std::string sample(const std::string& name) { return std::string(QOR_TEST_DATA_DIR) + "/stream/" + name; }
 
 enum Format { kPlain, kGzip, kRaw };
-inline const char* formatName(Format f) { return f == kPlain ? "plain" : f == kGzip ? "gzip" : "raw"; }
 
 // zlib itself, the oracle: compresses (decode false) or decodes the bytes in
 // one go. ok becomes true when one complete stream ends exactly at their end.
@@ -72,7 +71,8 @@ inline std::string decompress(const std::string& bytes, Format format, bool* ok)
   return zlibCodec(bytes, format, true, ok);
 }
 
-// Switches a reader to the format, with the fast decoder or zlib.
+// Switches a writer, or a reader (with the fast decoder or zlib), to the format.
+inline void switchOn(qorStreamWriter& w, Format f) { f == kGzip ? w.gzip(true) : f == kRaw ? w.deflate(true) : void(); }
 inline void switchOn(qorStreamReader& r, Format format, bool fast = false) {
   r.useFastDecoder(fast);
   if (format == kGzip) r.gunzip(true);
