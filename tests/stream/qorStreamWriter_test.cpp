@@ -69,7 +69,7 @@ struct WriterRow {
        for (int i = 0; i < 10; ++i) w.write(&data[0], 1000);
        std::string out = std::to_string(w.m_BufUsed) + " " + std::to_string(w.m_FileBytes) + readFile(path) + " ";
        w.emptyBuf();
-       out += std::to_string(w.m_FileBytes + w.write(&data[0], 0) + w.write(&data[0], -3) + w.m_BufUsed) + " ";
+       out += std::to_string(w.m_FileBytes + w.write(nullptr, 0) + w.write(&data[0], -3) + w.m_BufUsed) + " ";
        w.write(&data[0], 40000);
        w2.write(&data[0], 16384);  // a buffer filled exactly stays full
        out += raisedText([&] { w.write(nullptr, 5); }).substr(0, 16);
