@@ -86,7 +86,7 @@ void switchCodec(Stream& s, bool on, int windowBits, size_t zbufSize, Stop stop,
   s.m_Compressed = true;
 }
 
-// State beyond the specified fields lives in a side record placed right
+// State beyond the public fields lives in a side record placed right
 // after the data buffer, in the same allocation (m_Buf is 16-byte aligned and
 // its size a multiple of 16), so that it exists in every state of the stream
 // and the records keep their layout.
@@ -914,7 +914,7 @@ void qorStreamWriter::close() {
 bool qorStreamWriter::failed() const { return sideOf(*this)->writeErrno != 0; }
 
 // ===========================================================================
-// Reader: errors and choices beside the specified calls
+// Reader: errors and choices beside the original calls
 
 bool qorStreamReader::failed() const { return sideOf(*this)->readErrno != 0; }
 
