@@ -129,7 +129,7 @@ class QOR_API qorStreamReader {
   // Call it before the read that reaches the end of the first member.
   void readAllMembers(bool on);
   // true: decode gzip and raw deflate with ISA-L's inflate, which is faster
-  // fast as zlib, where the library was built with ISA-L; without it the call
+  // than zlib, where the library was built with ISA-L; without it the call
   // is accepted and zlib decodes. Call it before the first read after
   // gunzip(true) or inflate(true), or before them (on plain files it does
   // nothing); switched during a stream, it takes effect at the next member,
