@@ -544,6 +544,18 @@ qorInt32 qorTriangulateRings(qorInt32 count, const qorInt32* sizes, const double
     fixups.pointsDropped += dropDegenerate(r.idx, points);
     const double a = r.idx.size() >= 3 ? twiceArea(r.idx, points, minX, minY) : 0.0;
     if (a == 0) {
+      // A ring with no area is dropped, unless its area cancels because its edges cross (a bow tie).
+      if (r.idx.size() >= 3) {
+        std::vector<double> flat;
+        for (qorInt32 v : r.idx) flat.push_back(points[v][0]), flat.push_back(points[v][1]);
+        const qorInt32 size = static_cast<qorInt32>(r.idx.size());
+        qor_internal::Contact contact =
+            qor_internal::findContact(1, &size, reinterpret_cast<const double(*)[2]>(flat.data()));
+        if (contact.kind == qor_internal::Contact::Cross) {
+          contact.contourA = contact.contourB = c;
+          ringsFailed(qor_internal::describeContact(contact, "ring") + " (edges cross)", __LINE__);
+        }
+      }
       ++fixups.ringsDropped;
       fixups.pointsDropped += static_cast<qorInt32>(r.idx.size());
       continue;

@@ -7,15 +7,20 @@
 #include <climits>
 #include <cstring>
 #include <memory>
+#include <new>
+
+#if defined(QOR_HAVE_ISAL)
+#include <isa-l/igzip_lib.h>
+#endif
 
 #include <qor/qor_assert.h>
 #include <qor/qor_strings.h>
 
-#if defined(__x86_64__)
-#include <immintrin.h>
-#elif defined(__SSE2__)
+#if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
+
+#include "internal/qor_linescan.h"
 
 namespace {
 
@@ -80,25 +85,57 @@ void switchCodec(Stream& s, bool on, int windowBits, size_t zbufSize, Stop stop,
   s.m_Compressed = true;
 }
 
+// State beyond the public fields lives in a side record placed right
+// after the data buffer, in the same allocation (m_Buf is 16-byte aligned and
+// its size a multiple of 16), so that it exists in every state of the stream
+// and the records keep their layout.
+struct FastDecoder;
+
+struct ReaderSide {
+  int readErrno = 0;                 // errno of the first failed read of the file; 0: none
+  bool allMembers = false;           // readAllMembers(true)
+  bool fast = false;                 // useFastDecoder(true)
+  bool fastActive = false;           // the current member is decoded by the fast decoder
+  bool ended = false;                // the running stream (gzip: member) has ended
+  bool started = false;              // input of the current member has been read
+  long long memberStart = -1;        // file offset of the current member; -1: not yet known
+  unsigned long long memberOut = 0;  // bytes of the current member delivered by the fast decoder
+  FastDecoder* fastState = nullptr;  // the fast decoder's record, made on first use
+};
+
+struct WriterSide {
+  int writeErrno = 0;   // errno of the first write that lost bytes; 0: none
+  bool closed = false;  // close() ran
+};
+
+static_assert(kReaderBufSize % 16 == 0 && kWriterBufSize % 16 == 0, "side records must stay aligned");
+
+ReaderSide* sideOf(const qorStreamReader& r) { return reinterpret_cast<ReaderSide*>(r.m_Buf + kReaderBufSize); }
+WriterSide* sideOf(const qorStreamWriter& w) { return reinterpret_cast<WriterSide*>(w.m_Buf + kWriterBufSize); }
+
 // Releases the name copy and the buffer of a stream whose constructor fails.
 struct OpenGuard {
   char* name;
   char* buf;
+  FILE* file;
   ~OpenGuard() {
+    if (file != nullptr) fclose(file);
     delete[] name;
     delete[] buf;
   }
 };
 
 // Sets up the fields both streams share and opens the file: name copy,
-// data buffer, no codec yet, nothing counted. A failed open raises
+// data buffer with the side record after it, no codec yet, nothing counted.
+// A failed open, or a directory where a reader expects a file, raises
 // "<failure><name>\n" and leaves nothing allocated.
-template <typename Stream>
+template <typename Side, typename Stream>
 void openStream(Stream& s, char const* fileName, size_t bufSize, size_t zbufSize, const char* fopenMode,
                 const char* failure) {
   if (fileName == nullptr) qorThrow("Filename is null!", kUnit, __LINE__);
-  OpenGuard guard{qorStrdup(fileName), nullptr};
-  guard.buf = new char[bufSize];
+  OpenGuard guard{qorStrdup(fileName), nullptr, nullptr};
+  guard.buf = new char[bufSize + sizeof(Side)];
+  new (guard.buf + bufSize) Side();
   s.m_FileName = guard.name;
   s.m_Compressed = false;
   s.m_ZBuf = nullptr;
@@ -110,8 +147,15 @@ void openStream(Stream& s, char const* fileName, size_t bufSize, size_t zbufSize
   s.m_FileHandle = fopen(s.m_FileName, fopenMode);
   // Compose before the guard releases the name.
   if (s.m_FileHandle == nullptr) qorThrowComposed(failure, s.m_FileName, kUnit, __LINE__);
+  guard.file = s.m_FileHandle;
+  // fopen(dir, "rb") succeeds and the first read fails: refuse it here, or it
+  // would read as an empty file.
+  struct stat st;
+  if (fstat(fileno(s.m_FileHandle), &st) == 0 && S_ISDIR(st.st_mode))
+    qorThrowComposed(failure, s.m_FileName, kUnit, __LINE__);
   guard.name = nullptr;
   guard.buf = nullptr;
+  guard.file = nullptr;
 }
 
 // A zlib failure as one message. zlib's own text is passed on unchanged; codes
@@ -136,138 +180,10 @@ void openStream(Stream& s, char const* fileName, size_t bufSize, size_t zbufSize
 }
 
 // ---------------------------------------------------------------------------
-// Text readers. One pass over the buffer finds the first byte that needs a
-// decision: the terminating byte (Stop), a carriage return when they are
-// dropped, a tab when tabs are expanded. The run before it is appended in one
-// piece, so a line without such bytes costs one scan and one copy. The rest
-// of a line that holds them is copied and changed in the same pass into a
-// small staging area, sixteen bytes at a time, and appended from there.
+// Text readers: the scanner of internal/qor_linescan.h finds the bytes that
+// need a decision, and a sink takes the result.
 
-// The first byte of [p, end) that is Stop, '\r' (when DropCR) or '\t' (when
-// Expand); end when there is none.
-template <char Stop, bool DropCR, bool Expand>
-inline const char* findSpecialSse2(const char* p, const char* end) {
-#if defined(__SSE2__)
-  const __m128i stop = _mm_set1_epi8(Stop);
-  const __m128i cr = _mm_set1_epi8('\r');
-  const __m128i tab = _mm_set1_epi8('\t');
-  while (end - p >= 16) {
-    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-    __m128i hit = _mm_cmpeq_epi8(v, stop);
-    if (DropCR) hit = _mm_or_si128(hit, _mm_cmpeq_epi8(v, cr));
-    if (Expand) hit = _mm_or_si128(hit, _mm_cmpeq_epi8(v, tab));
-    const int bits = _mm_movemask_epi8(hit);
-    if (bits != 0) return p + __builtin_ctz(static_cast<unsigned>(bits));
-    p += 16;
-  }
-#endif
-  for (; p < end; ++p) {
-    const char c = *p;
-    if (c == Stop || (DropCR && c == '\r') || (Expand && c == '\t')) return p;
-  }
-  return end;
-}
-
-#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
-#define QOR_STREAM_AVX2 1
-// The same scan, 32 bytes per step, on processors that have AVX2.
-template <char Stop, bool DropCR, bool Expand>
-__attribute__((target("avx2"))) const char* findSpecialAvx2(const char* p, const char* end) {
-  const __m256i stop = _mm256_set1_epi8(Stop);
-  const __m256i cr = _mm256_set1_epi8('\r');
-  const __m256i tab = _mm256_set1_epi8('\t');
-  while (end - p >= 32) {
-    const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
-    __m256i hit = _mm256_cmpeq_epi8(v, stop);
-    if (DropCR) hit = _mm256_or_si256(hit, _mm256_cmpeq_epi8(v, cr));
-    if (Expand) hit = _mm256_or_si256(hit, _mm256_cmpeq_epi8(v, tab));
-    const unsigned bits = static_cast<unsigned>(_mm256_movemask_epi8(hit));
-    if (bits != 0) return p + __builtin_ctz(bits);
-    p += 32;
-  }
-  return findSpecialSse2<Stop, DropCR, Expand>(p, end);
-}
-
-const bool kHasAvx2 = (__builtin_cpu_init(), __builtin_cpu_supports("avx2") != 0);
-#endif
-
-template <char Stop, bool DropCR, bool Expand>
-inline const char* findSpecial(const char* p, const char* end) {
-#if defined(QOR_STREAM_AVX2)
-  if (kHasAvx2) return findSpecialAvx2<Stop, DropCR, Expand>(p, end);
-#endif
-  return findSpecialSse2<Stop, DropCR, Expand>(p, end);
-}
-
-// Copies [p, end) into d up to the first Stop byte, dropping carriage returns
-// and expanding tabs as asked; returns the position of the Stop byte, or end.
-// d must have room for 4 * (end - p) + 16 bytes: whole blocks of sixteen are
-// stored before they are examined.
-template <char Stop, bool DropCR, bool Expand>
-inline const char* transformRun(const char* p, const char* end, char*& d) {
-#if defined(__SSE2__)
-  const __m128i stop = _mm_set1_epi8(Stop);
-  const __m128i cr = _mm_set1_epi8('\r');
-  const __m128i tab = _mm_set1_epi8('\t');
-  while (end - p >= 16) {
-    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(d), v);
-    __m128i hit = _mm_cmpeq_epi8(v, stop);
-    if (DropCR) hit = _mm_or_si128(hit, _mm_cmpeq_epi8(v, cr));
-    if (Expand) hit = _mm_or_si128(hit, _mm_cmpeq_epi8(v, tab));
-    const int bits = _mm_movemask_epi8(hit);
-    if (bits == 0) {
-      p += 16;
-      d += 16;
-      continue;
-    }
-    const int k = __builtin_ctz(static_cast<unsigned>(bits));
-    p += k;
-    d += k;
-    if (*p == Stop) return p;
-    if (Expand && *p == '\t') {
-      memcpy(d, "    ", 4);
-      d += 4;
-    }
-    ++p;
-  }
-#endif
-  for (; p < end; ++p) {
-    const char c = *p;
-    if (c == Stop) return p;
-    if (DropCR && c == '\r') continue;
-    if (Expand && c == '\t') {
-      memcpy(d, "    ", 4);
-      d += 4;
-    } else {
-      *d++ = c;
-    }
-  }
-  return end;
-}
-
-// Input bytes changed per staging round; the staging area holds their
-// expansion.
-const size_t kStageInput = 1024;
-const size_t kStageSize = 4 * kStageInput + 16;
-
-// Appends the bytes of [p, end) up to the first Stop byte to the sink,
-// changed as asked, and returns the position of the Stop byte, or end.
-template <char Stop, bool DropCR, bool Expand, typename Sink>
-inline const char* copyItem(Sink& sink, const char* p, const char* end) {
-  const char* q = findSpecial<Stop, DropCR, Expand>(p, end);
-  sink.append(p, static_cast<size_t>(q - p));
-  while (q != end && *q != Stop) {
-    char stage[kStageSize];
-    char* d = stage;
-    const char* chunkEnd = end - q > static_cast<long>(kStageInput) ? q + kStageInput : end;
-    const char* s = transformRun<Stop, DropCR, Expand>(q, chunkEnd, d);
-    sink.append(stage, static_cast<size_t>(d - stage));
-    if (s != chunkEnd) return s;
-    q = chunkEnd;
-  }
-  return q;
-}
+using qor_internal::copyItem;
 
 // Output into a standard string: bytes unchanged.
 struct StringSink {
@@ -376,34 +292,114 @@ bool takeBytes(qorStreamReader& r, char* dst, int n) {
 
 }  // namespace
 
-// ===========================================================================
-// qorStreamReader
-
-qorStreamReader::qorStreamReader(char const* fileName) {
-  m_BufLeft = 0;
-  openStream(*this, fileName, kReaderBufSize, kReaderZBufSize, "rb", "Unable to open file for read: ");
-}
-
-qorStreamReader::~qorStreamReader() {
-  if (m_FileHandle != nullptr) fclose(m_FileHandle);
-  delete[] m_FileName;
-  delete[] m_Buf;
-  if (m_ZBuf != nullptr) {
-    ::inflateEnd(m_ZStream);
-    delete[] m_ZBuf;
-    delete recordOf(m_ZStream);
-  }
-}
-
-long qorStreamReader::size() {
-  struct stat st;
-  if (fstat(fileno(m_FileHandle), &st) != 0) qorThrowComposed("fstat failed: ", strerror(errno), kUnit, __LINE__);
-  return static_cast<long>(st.st_size);
-}
-
 namespace {
 
+void fillDecoded(qorStreamReader& r);
+
+#if defined(QOR_HAVE_ISAL)
+// ---------------------------------------------------------------------------
+// The fast decoder: ISA-L's inflate on the same input and output buffers.
+// The pending input stays in the z_stream's next_in/avail_in, so the two
+// decoders can hand over to each other at any fill.
+
+struct FastDecoder {
+  inflate_state state;
+};
+
+void resetFast(FastDecoder* fast) { isal_inflate_reset(&fast->state); }
+
+enum FastResult { kFastDone, kFastMore, kFastFault };
+
+FastResult decodeFast(qorStreamReader& r, ReaderSide& side, bool everyMember) {
+  z_stream* zs = r.m_ZStream;
+  if (side.fastState == nullptr) {
+    side.fastState = new FastDecoder;
+    isal_inflate_init(&side.fastState->state);
+  }
+  inflate_state* st = &side.fastState->state;
+  st->crc_flag = recordOf(zs)->windowBits == kGzipWindowBits ? ISAL_GZIP : ISAL_DEFLATE;
+  st->next_in = zs->next_in;
+  st->avail_in = zs->avail_in;
+  st->next_out = reinterpret_cast<uint8_t*>(r.m_Buf);
+  st->avail_out = static_cast<uint32_t>(kReaderBufSize);
+  const uint32_t before = st->total_out;
+  const int ret = isal_inflate(st);
+  zs->next_in = st->next_in;
+  zs->avail_in = st->avail_in;
+  if (ret < 0) return kFastFault;
+  const int produced = static_cast<int>(st->total_out - before);
+  r.m_BufSize = produced;
+  r.m_BufLeft = produced;
+  side.memberOut += static_cast<unsigned>(produced);
+  if (st->block_state == ISAL_BLOCK_FINISH) {
+    side.ended = true;
+    return produced > 0 || !everyMember ? kFastDone : kFastMore;
+  }
+  if (produced > 0) return kFastDone;
+  if (zs->avail_in == 0) return kFastMore;
+  return kFastFault;  // input left, nothing decoded: not a state ISA-L should stop in
+}
+
+// Goes back to the start of the current member and decodes it with zlib,
+// dropping the bytes the fast decoder has delivered already. zlib then
+// raises what it finds wrong exactly as the default decoder does; where it
+// finds nothing wrong, it simply carries on with the rest of the member.
+void fallBackToZlib(qorStreamReader& r, ReaderSide& side) {
+  unsigned long long skip = side.memberOut;
+  side.fastActive = false;
+  const long long pos = ftello(r.m_FileHandle);
+  if (side.memberStart < 0 || pos < 0 || fseeko(r.m_FileHandle, side.memberStart, SEEK_SET) != 0)
+    qorThrowComposed("Corrupt compressed data in ", r.m_FileName, kUnit, __LINE__);
+  r.m_FileBytes -= static_cast<size_t>(pos - side.memberStart);
+  z_stream* zs = r.m_ZStream;
+  ::inflateReset(zs);
+  zs->next_in = Z_NULL;
+  zs->avail_in = 0;
+  for (;;) {
+    fillDecoded(r);
+    if (r.m_BufSize == 0 || skip == 0) return;
+    if (static_cast<unsigned long long>(r.m_BufSize) > skip) {
+      const int keep = r.m_BufSize - static_cast<int>(skip);
+      memmove(r.m_Buf, r.m_Buf + skip, static_cast<size_t>(keep));
+      r.m_BufSize = keep;
+      r.m_BufLeft = keep;
+      return;
+    }
+    skip -= static_cast<unsigned long long>(r.m_BufSize);
+  }
+}
+#endif
+
+// ---------------------------------------------------------------------------
+// Decoding
+
+// Reads up to n bytes of the file into dst and counts them. A failed read
+// ends the data here as the end of the file would; its errno is kept for
+// failed() and checkRead().
+size_t readFile(qorStreamReader& r, char* dst, size_t n) {
+  const size_t got = fread(dst, 1, n, r.m_FileHandle);
+  r.m_FileBytes += got;
+  if (got < n && ferror(r.m_FileHandle)) {
+    ReaderSide& side = *sideOf(r);
+    if (side.readErrno == 0) side.readErrno = errno != 0 ? errno : EIO;
+  }
+  return got;
+}
+
+// A member (or a raw stream) starts at file offset `start` (-1: unknown).
+void restartMember(ReaderSide& side, long long start) {
+  side.ended = false;
+  side.started = false;
+  side.memberStart = start;
+  side.memberOut = 0;
+  side.fastActive = side.fast;
+#if defined(QOR_HAVE_ISAL)
+  if (side.fastState != nullptr) resetFast(side.fastState);
+#endif
+}
+
 void endDecoder(qorStreamReader& r) {
+  ReaderSide& side = *sideOf(r);
   if (r.m_ZBuf != nullptr) {
     ::inflateEnd(r.m_ZStream);
     delete[] r.m_ZBuf;
@@ -411,15 +407,138 @@ void endDecoder(qorStreamReader& r) {
     r.m_ZBuf = nullptr;
     r.m_ZStream = nullptr;
   }
+#if defined(QOR_HAVE_ISAL)
+  delete side.fastState;
+#endif
+  side.fastState = nullptr;
   r.m_Compressed = false;
 }
 
 void switchDecoder(qorStreamReader& r, bool on, int windowBits) {
-  switchCodec(r, on, windowBits, kReaderZBufSize, endDecoder,
-              [](z_stream* zs, int bits) { return inflateInit2(zs, bits); });
+  switchCodec(r, on, windowBits, kReaderZBufSize, endDecoder, [&r](z_stream* zs, int bits) {
+    restartMember(*sideOf(r), -1);
+    return inflateInit2(zs, bits);
+  });
+}
+
+// After the end of a gzip member, with every member asked for: starts the
+// next member, or returns false at the end of the file. Bytes that do not
+// start a member (the gzip magic 1f 8b) raise.
+bool startNextMember(qorStreamReader& r) {
+  z_stream* zs = r.m_ZStream;
+  while (zs->avail_in < 2) {
+    const size_t have = zs->avail_in;
+    if (have == 1) r.m_ZBuf[0] = static_cast<char>(*zs->next_in);
+    const size_t got = readFile(r, r.m_ZBuf + have, r.m_ZBufSize - have);
+    zs->next_in = reinterpret_cast<Bytef*>(r.m_ZBuf);
+    zs->avail_in = static_cast<uInt>(have + got);
+    if (got == 0) break;
+  }
+  if (zs->avail_in == 0) return false;
+  if (zs->avail_in < 2 || zs->next_in[0] != 0x1f || zs->next_in[1] != 0x8b)
+    qorThrowComposed("qorStreamReader: trailing garbage after gzip member in ", r.m_FileName, kUnit, __LINE__);
+  ::inflateReset(zs);  // keeps the pending input
+  const long long pos = ftello(r.m_FileHandle);
+  restartMember(*sideOf(r), pos < 0 ? -1 : pos - static_cast<long long>(zs->avail_in));
+  sideOf(r)->started = true;
+  return true;
+}
+
+// One decoding attempt into m_Buf. Returns true when the fill is done
+// (m_BufSize and m_BufLeft set), false to try again with more input.
+bool decodeZlib(qorStreamReader& r, ReaderSide& side, bool fileEnded, bool everyMember) {
+  z_stream* zs = r.m_ZStream;
+  zs->next_out = reinterpret_cast<Bytef*>(r.m_Buf);
+  zs->avail_out = static_cast<uInt>(kReaderBufSize);
+  const uLong before = zs->total_out;
+  const uInt inBefore = zs->avail_in;
+  const int ret = ::inflate(zs, Z_SYNC_FLUSH);
+  const int produced = static_cast<int>(zs->total_out - before);
+  r.m_BufSize = produced;
+  r.m_BufLeft = produced;
+  if (ret == Z_STREAM_END) {
+    side.ended = true;
+    return produced > 0 || !everyMember;
+  }
+  if ((ret == Z_OK || ret == Z_BUF_ERROR) && produced > 0) return true;
+  if (ret != Z_OK && ret != Z_BUF_ERROR) raiseZlib(zs, ret, r.m_FileName, fileEnded);
+  // Nothing decoded and the stream goes on: a file that has ended was cut
+  // inside the stream. Otherwise go on while input is being consumed.
+  if (fileEnded) raiseZlib(zs, Z_BUF_ERROR, r.m_FileName, true);
+  if (zs->avail_in == 0) return false;
+  if (ret == Z_OK && zs->avail_in != inBefore) return false;
+  raiseZlib(zs, Z_BUF_ERROR, r.m_FileName, false);
+}
+
+// The compressed fill. A fill that decodes nothing although the stream goes
+// on (a long header, empty blocks) tries again with more input, so that an
+// empty buffer always means the end of the data. After the end of the
+// stream, input is read and dropped as before, unless every gzip member is
+// asked for.
+void fillDecoded(qorStreamReader& r) {
+  ReaderSide& side = *sideOf(r);
+  z_stream* zs = r.m_ZStream;
+  const bool everyMember = side.allMembers && recordOf(zs)->windowBits == kGzipWindowBits;
+  for (;;) {
+    if (side.ended && everyMember && !startNextMember(r)) {
+      r.m_BufSize = 0;
+      r.m_BufLeft = 0;
+      return;
+    }
+    bool fileEnded = false;
+    if (zs->avail_in == 0 || side.ended) {
+      const size_t got = readFile(r, r.m_ZBuf, r.m_ZBufSize);
+      zs->next_in = reinterpret_cast<Bytef*>(r.m_ZBuf);
+      zs->avail_in = static_cast<uInt>(got);
+      fileEnded = (got == 0);
+      if (!side.started && !side.ended) {
+        side.started = true;
+        const long long pos = ftello(r.m_FileHandle);
+        side.memberStart = pos < 0 ? -1 : pos - static_cast<long long>(got);
+      }
+    }
+    if (side.ended) {
+      r.m_BufSize = 0;
+      r.m_BufLeft = 0;
+      return;
+    }
+#if defined(QOR_HAVE_ISAL)
+    if (side.fastActive) {
+      const FastResult result = decodeFast(r, side, everyMember);
+      if (result == kFastDone) return;
+      if (result == kFastMore && !fileEnded) continue;
+      // A fault, or a file that ends inside the stream: decode the member
+      // again with zlib, which reports it in its own words.
+      fallBackToZlib(r, side);
+      return;
+    }
+#endif
+    if (decodeZlib(r, side, fileEnded, everyMember)) return;
+  }
 }
 
 }  // namespace
+
+// ===========================================================================
+// qorStreamReader
+
+qorStreamReader::qorStreamReader(char const* fileName) {
+  m_BufLeft = 0;
+  openStream<ReaderSide>(*this, fileName, kReaderBufSize, kReaderZBufSize, "rb", "Unable to open file for read: ");
+}
+
+qorStreamReader::~qorStreamReader() {
+  if (m_FileHandle != nullptr) fclose(m_FileHandle);
+  endDecoder(*this);
+  delete[] m_FileName;
+  delete[] m_Buf;
+}
+
+long qorStreamReader::size() {
+  struct stat st;
+  if (fstat(fileno(m_FileHandle), &st) != 0) qorThrowComposed("fstat failed: ", strerror(errno), kUnit, __LINE__);
+  return static_cast<long>(st.st_size);
+}
 
 void qorStreamReader::gunzip(bool on) { switchDecoder(*this, on, kGzipWindowBits); }
 
@@ -432,6 +551,7 @@ int qorStreamReader::rewind() {
     ::inflateReset(m_ZStream);
     m_ZStream->next_in = Z_NULL;
     m_ZStream->avail_in = 0;
+    restartMember(*sideOf(*this), 0);
   }
   return 0;
 }
@@ -439,45 +559,12 @@ int qorStreamReader::rewind() {
 void qorStreamReader::fillBuf() {
   m_BufSize = kReaderBufSize;
   if (!m_Compressed || m_ZBuf == nullptr) {
-    const size_t got = fread(m_Buf, 1, kReaderBufSize, m_FileHandle);
+    const size_t got = readFile(*this, m_Buf, kReaderBufSize);
     m_BufLeft = static_cast<int>(got);
     if (got < static_cast<size_t>(kReaderBufSize)) m_BufSize = static_cast<int>(got);
-    m_FileBytes += got;
     return;
   }
-
-  z_stream* zs = m_ZStream;
-  // A fill that decodes nothing although the stream goes on (a long header,
-  // empty blocks) tries again with more input, so that an empty buffer always
-  // means the end of the data.
-  for (;;) {
-    bool fileEnded = false;
-    if (!(zs->avail_out == 0 && zs->avail_in != 0)) {
-      const size_t got = fread(m_ZBuf, 1, m_ZBufSize, m_FileHandle);
-      m_FileBytes += got;
-      zs->next_in = reinterpret_cast<Bytef*>(m_ZBuf);
-      zs->avail_in = static_cast<uInt>(got);
-      fileEnded = (got == 0);
-    }
-    zs->next_out = reinterpret_cast<Bytef*>(m_Buf);
-    zs->avail_out = static_cast<uInt>(kReaderBufSize);
-    const uLong before = zs->total_out;
-    const uInt inBefore = zs->avail_in;
-    const int ret = ::inflate(zs, Z_SYNC_FLUSH);
-    const int produced = static_cast<int>(zs->total_out - before);
-    if (ret == Z_STREAM_END || ((ret == Z_OK || ret == Z_BUF_ERROR) && produced > 0)) {
-      m_BufSize = produced;
-      m_BufLeft = produced;
-      return;
-    }
-    if (ret != Z_OK && ret != Z_BUF_ERROR) raiseZlib(zs, ret, m_FileName, fileEnded);
-    // Nothing decoded and the stream goes on: a file that has ended was cut
-    // inside the stream. Otherwise go on while input is being consumed.
-    if (fileEnded) raiseZlib(zs, Z_BUF_ERROR, m_FileName, true);
-    if (zs->avail_in == 0) continue;
-    if (ret == Z_OK && zs->avail_in != inBefore) continue;
-    raiseZlib(zs, Z_BUF_ERROR, m_FileName, false);
-  }
+  fillDecoded(*this);
 }
 
 long qorStreamReader::read(char* buf, int n) {
@@ -554,8 +641,22 @@ const char kLineTooLong[] = "line > 64k chars in qorStreamReader::readLine";
 
 }  // namespace
 
+namespace {
+
+// The line buffer of readLine(bool): one per thread, made on the thread's
+// first call and released when the thread ends. A pointer, not the buffer
+// itself, is thread-local: a 64 KiB thread_local array would take static TLS
+// space, which programs that load the library with dlopen may not have.
+char* lineBuffer() {
+  static thread_local std::unique_ptr<char[]> line;
+  if (line == nullptr) line.reset(new char[kLineBufSize]);
+  return line.get();
+}
+
+}  // namespace
+
 char* qorStreamReader::readLine(bool expandTabs) {
-  static char line[kLineBufSize];
+  char* const line = lineBuffer();
   // consumed counts the bytes of the line but its line feed, and the line is
   // refused at the byte that makes it reach 65535 (a count from 1 reaching
   // 65536). The stored text and its terminator must fit the buffer too,
@@ -622,6 +723,23 @@ bool qorStreamReader::readComplex(double& re, double& im) {
 
 namespace {
 
+// Writes n bytes with fwrite and counts what it reports. A short write
+// (a full disk, say) is kept, with its errno, for failed() and close().
+void writeFile(qorStreamWriter& w, const char* src, size_t n) {
+  const size_t put = fwrite(src, 1, n, w.m_FileHandle);
+  w.m_FileBytes += put;
+  if (put < n) {
+    WriterSide& side = *sideOf(w);
+    if (side.writeErrno == 0) side.writeErrno = errno != 0 ? errno : EIO;
+  }
+}
+
+// Raises when the writer has been closed: nothing may reach the file after
+// close().
+void requireOpen(const qorStreamWriter& w) {
+  if (sideOf(w)->closed) qorThrowComposed("qorStreamWriter: the file is closed: ", w.m_FileName, kUnit, __LINE__);
+}
+
 // Compresses the buffered bytes with the given flush and writes out what
 // deflate produces. Z_FINISH ends the stream.
 void compressBuf(qorStreamWriter& w, int flush) {
@@ -636,7 +754,7 @@ void compressBuf(qorStreamWriter& w, int flush) {
     // Z_BUF_ERROR only says that there was nothing to do (a repeated flush).
     if (ret < 0 && ret != Z_BUF_ERROR) raiseZlib(zs, ret, w.m_FileName, false);
     const size_t produced = static_cast<size_t>(zs->total_out - before);
-    if (produced > 0) w.m_FileBytes += fwrite(w.m_ZBuf, 1, produced, w.m_FileHandle);
+    if (produced > 0) writeFile(w, w.m_ZBuf, produced);
     if (zs->avail_out != 0) break;
   }
   w.m_BufUsed = 0;
@@ -661,6 +779,7 @@ void finishEncoder(qorStreamWriter& w) {
 }
 
 void switchEncoder(qorStreamWriter& w, bool on, int windowBits) {
+  if (on) requireOpen(w);
   switchCodec(w, on, windowBits, kWriterZBufSize, finishEncoder, [](z_stream* zs, int bits) {
     return deflateInit2(zs, Z_DEFAULT_COMPRESSION, Z_DEFLATED, bits, 8, Z_DEFAULT_STRATEGY);
   });
@@ -670,11 +789,16 @@ void switchEncoder(qorStreamWriter& w, bool on, int windowBits) {
 
 qorStreamWriter::qorStreamWriter(char const* fileName, char mode) {
   m_BufUsed = 0;
-  openStream(*this, fileName, kWriterBufSize, kWriterZBufSize, mode == 'a' ? "ab" : "wb",
-             "Unable to open file for write: ");
+  openStream<WriterSide>(*this, fileName, kWriterBufSize, kWriterZBufSize, mode == 'a' ? "ab" : "wb",
+                         "Unable to open file for write: ");
 }
 
 qorStreamWriter::~qorStreamWriter() {
+  if (sideOf(*this)->closed) {
+    delete[] m_FileName;
+    delete[] m_Buf;
+    return;
+  }
   try {
     if (m_ZBuf != nullptr) {
       finishEncoder(*this);
@@ -703,6 +827,8 @@ long qorStreamWriter::write(char* buf, int n) {
     m_BufUsed += n;
     return n;
   }
+  // After close() the buffer is marked full, so every write comes here.
+  requireOpen(*this);
   const char* src = buf;
   int left = n;
   if (m_ZBuf != nullptr) {
@@ -736,29 +862,74 @@ long qorStreamWriter::write(char* buf, int n) {
 }
 
 int qorStreamWriter::emptyBuf() {
+  requireOpen(*this);
   if (m_ZBuf != nullptr) {
     compressBuf(*this, Z_SYNC_FLUSH);
     return 0;
   }
-  if (m_BufUsed > 0) m_FileBytes += fwrite(m_Buf, 1, static_cast<size_t>(m_BufUsed), m_FileHandle);
+  if (m_BufUsed > 0) writeFile(*this, m_Buf, static_cast<size_t>(m_BufUsed));
   m_BufUsed = 0;
   return 0;
 }
 
 int qorStreamWriter::rewind() {
+  requireOpen(*this);
   ::rewind(m_FileHandle);
   m_BufUsed = 0;
   if (m_ZBuf != nullptr) ::deflateReset(m_ZStream);
   return 0;
 }
 
-// Placeholders of the calls that report I/O errors and choose the decoder;
-// each raises until it is built.
-bool qorStreamReader::failed() const { return false; }
-void qorStreamReader::checkRead() const {}
-void qorStreamReader::readAllMembers(bool) {
-  qorThrow("qorStreamReader::readAllMembers: not built yet", "qor_stream", __LINE__);
+void qorStreamWriter::close() {
+  WriterSide& side = *sideOf(*this);
+  if (side.closed) return;
+  try {
+    if (m_ZBuf != nullptr) {
+      finishEncoder(*this);
+    } else {
+      emptyBuf();
+    }
+  } catch (qorException*) {
+    side.closed = true;
+    endEncoder(*this);
+    fclose(m_FileHandle);
+    m_FileHandle = nullptr;
+    m_BufUsed = m_BufSize;
+    throw;
+  }
+  side.closed = true;
+  // Bytes may still wait in stdio's buffer: a full disk shows at the flush.
+  if (fflush(m_FileHandle) != 0 && side.writeErrno == 0) side.writeErrno = errno != 0 ? errno : EIO;
+  if (fclose(m_FileHandle) != 0 && side.writeErrno == 0) side.writeErrno = errno != 0 ? errno : EIO;
+  m_FileHandle = nullptr;
+  // A full buffer sends every later write() to its slow path, which raises.
+  m_BufUsed = m_BufSize;
+  if (side.writeErrno != 0) {
+    const std::string prefix = std::string("Write failed for ") + m_FileName + ": ";
+    qorThrowComposed(prefix.c_str(), strerror(side.writeErrno), kUnit, __LINE__);
+  }
 }
-void qorStreamReader::useFastDecoder(bool) {}
-bool qorStreamWriter::failed() const { return false; }
-void qorStreamWriter::close() { qorThrow("qorStreamWriter::close: not built yet", "qor_stream", __LINE__); }
+
+bool qorStreamWriter::failed() const { return sideOf(*this)->writeErrno != 0; }
+
+// ===========================================================================
+// Reader: errors and choices beside the original calls
+
+bool qorStreamReader::failed() const { return sideOf(*this)->readErrno != 0; }
+
+void qorStreamReader::checkRead() const {
+  const int err = sideOf(*this)->readErrno;
+  if (err == 0) return;
+  const std::string prefix = std::string("Read failed for ") + m_FileName + ": ";
+  qorThrowComposed(prefix.c_str(), strerror(err), kUnit, __LINE__);
+}
+
+void qorStreamReader::readAllMembers(bool on) { sideOf(*this)->allMembers = on; }
+
+void qorStreamReader::useFastDecoder(bool on) {
+  ReaderSide& side = *sideOf(*this);
+  side.fast = on;
+  // A member being decoded keeps its decoder; the choice holds from the next
+  // member, rewind() or switch-on.
+  if (!side.started) side.fastActive = on;
+}

@@ -7,7 +7,8 @@
 //
 // File formats:
 //   plain        the bytes as they are (the default);
-//   gzip         one gzip member (zlib window bits 31); gunzip(true) / gzip(true);
+//   gzip         one gzip member (zlib window bits 31), or every member with
+//                readAllMembers(true); gunzip(true) / gzip(true);
 //   raw deflate  a bare deflate stream, 32 KiB window, no header or trailer
 //                (zlib window bits -15); inflate(true) / deflate(true).
 // Text conventions of the readers: a line ends at a line feed, which is not
@@ -29,9 +30,9 @@ typedef struct z_stream_s z_stream;
 class QOR_API qorStreamReader {
  public:
   // Opens the file with fopen(name, "rb"); no data is read yet. A null name
-  // raises "Filename is null!"; a file that cannot be opened raises
-  // "Unable to open file for read: <name>\n". A failed constructor leaves
-  // nothing allocated.
+  // raises "Filename is null!"; a file that cannot be opened, or a directory,
+  // raises "Unable to open file for read: <name>\n". A failed constructor
+  // leaves nothing allocated.
   explicit qorStreamReader(char const* fileName);
   // Closes the file and releases the buffers and the decompressor.
   ~qorStreamReader();
@@ -45,10 +46,10 @@ class QOR_API qorStreamReader {
   long size();
 
   // true: from the next fill on, decode the file as one gzip member (bytes
-  // after the member are never delivered); false: read plain bytes again. Call it right after construction: bytes
-  // already buffered are delivered as they are. Switching on while decoding in the same format keeps the running
-  // decoder; in the other format the old decoder is ended and a new one starts at the current file position. Raises
-  // "Error initialising zlib" when zlib cannot start.
+  // after the member are delivered only with readAllMembers(true)); false: read plain bytes again. Call it right after
+  // construction: bytes already buffered are delivered as they are. Switching on while decoding in the same format
+  // keeps the running decoder; in the other format the old decoder is ended and a new one starts at the current file
+  // position. Raises "Error initialising zlib" when zlib cannot start.
   void gunzip(bool on);
   // The same as gunzip(), for a raw deflate stream.
   void inflate(bool on);
@@ -61,7 +62,9 @@ class QOR_API qorStreamReader {
   // Refills the buffer; the readers call it when the buffer is used up.
   // m_BufSize becomes 0 when the data has ended. While decoding, a corrupt
   // stream raises zlib's message, and a file that ends inside the stream
-  // raises "Unexpected end of compressed data in <name>\n".
+  // raises "Unexpected end of compressed data in <name>\n". A failed read of
+  // the file (an I/O error) ends the data as the end of the file would; see
+  // failed() and checkRead().
   void fillBuf();
 
   // Copies the next n bytes into buf and returns how many were copied: n,
@@ -74,8 +77,11 @@ class QOR_API qorStreamReader {
   long readString(char* buf, int n);
 
   // The next line (line feed removed, carriage returns dropped, each tab as
-  // four spaces when expandTabs) in one static buffer shared by every reader,
-  // valid until the next call on any reader. Returns null at the end of the
+  // four spaces when expandTabs) in a buffer of the calling thread, shared by
+  // every reader the thread uses: valid until the thread's next call of
+  // readLine(bool) on any reader, or its end. The 64 KiB buffer is made on a
+  // thread's first call and released when the thread ends, so two threads
+  // with two readers never see each other's lines. Returns null at the end of the
   // data; an unterminated last line is not delivered. A line of 65535 bytes
   // or more, or one whose expanded tabs do not fit 65535 bytes, raises
   // "line > 64k chars in qorStreamReader::readLine" after consuming the bytes
@@ -103,18 +109,38 @@ class QOR_API qorStreamReader {
 
   // --- Beside the calls above: errors that must not pass in silence. ---
 
-  // True once a read of the file failed (an I/O error): the data then ended
-  // early, as if the file had ended there.
+  // True once a read of the file failed (an I/O error such as EIO): the data
+  // then ended early, as if the file had ended there. It stays true for the
+  // reader's life, rewind() included.
   bool failed() const;
-  // Raises "Read failed for <name>: <reason>\n" when failed(); otherwise does
-  // nothing. Call it after the last read to know the data was complete.
+  // Raises "Read failed for <name>: <reason>\n" (strerror of the first
+  // failure) when failed(); otherwise does nothing. The reading calls end the
+  // data at a failed read as they end it at the end of the file, so call this
+  // after the last read to know that the data was complete.
   void checkRead() const;
-  // true: while decoding gzip, read every member of the file one after the
-  // other, as gzip -dc does; bytes after a member that do not start a new
-  // member raise. false (the default): the data ends with the first member.
+  // true: while decoding gzip, go on after the end of a member into the
+  // members that follow it, as gzip -dc does (a writer in mode 'a' with gzip
+  // on makes such files); the data ends at the end of the file. Bytes after a
+  // member that do not start another one (the gzip magic 1f 8b) raise
+  // "qorStreamReader: trailing garbage after gzip member in <name>\n" at the
+  // read that reaches them; the members before them are delivered first.
+  // false (the default): the data ends with the first member and whatever
+  // follows it is never delivered. No effect on plain or raw deflate input.
+  // Call it before the read that reaches the end of the first member.
   void readAllMembers(bool on);
-  // true: decode gzip and raw deflate with the fast decoder where the library
-  // was built with one. Call it before the first read.
+  // true: decode gzip and raw deflate with ISA-L's inflate, which is faster
+  // than zlib, where the library was built with ISA-L; without it the call
+  // is accepted and zlib decodes. Call it before the first read after
+  // gunzip(true) or inflate(true), or before them (on plain files it does
+  // nothing); switched during a stream, it takes effect at the next member,
+  // rewind() or switch-on. Everything else stays as with zlib: the data, the
+  // line rules, rewind(), readAllMembers(), failed(), m_FileBytes at the end
+  // of the data, the CRC-32 and length check of the gzip trailer, header
+  // names, comments and extra fields, and every error message: where the
+  // fast decoder meets a fault or a cut file, the member is decoded again by
+  // zlib, which raises what it finds in its own words. The one difference:
+  // the number of bytes a single fill produces may differ from zlib's by a
+  // few bytes, so m_BufSize after a given fill is not promised to match.
   void useFastDecoder(bool on);
 
   size_t m_FileBytes;   // bytes read from the file (compressed bytes while decoding)
@@ -138,9 +164,9 @@ class QOR_API qorStreamWriter {
   // nothing allocated.
   qorStreamWriter(char const* fileName, char mode);
   // Writes out the buffered bytes, ends a running compressed stream, closes
-  // the file and releases everything. A destructor cannot raise: an error at
-  // this last step is lost, so call gzip(false) / deflate(false) first to
-  // see it.
+  // the file and releases everything; after close() it only releases memory.
+  // A destructor cannot raise: an error at this last step is lost, and a
+  // full disk is not reported. Call close() to know.
   ~qorStreamWriter();
 
   qorStreamWriter(const qorStreamWriter&) = delete;
@@ -159,7 +185,8 @@ class QOR_API qorStreamWriter {
   void deflate(bool on);
 
   // Takes n bytes from buf; returns n, or 0 when n <= 0. A null buf with
-  // n > 0 raises "Buffer is null!".
+  // n > 0 raises "Buffer is null!". A short write to the file (a full disk)
+  // is not reported here: see failed() and close().
   long write(char* buf, int n);
   // Writes out the buffered bytes. While compressing, the stream is flushed
   // to a byte boundary (everything so far can be decoded) but not ended.
@@ -174,13 +201,18 @@ class QOR_API qorStreamWriter {
   // --- Beside the calls above: errors that must not pass in silence. ---
 
   // True once a write of the file came back short (a full disk, say) or
-  // failed.
+  // failed. Sticky: it never becomes false again. Bytes that wait in stdio's
+  // buffer fail only at close(), so failed() may be false until then.
   bool failed() const;
-  // Writes out the buffered bytes, ends a running compressed stream and
-  // closes the file; raises "Write failed for <name>: <reason>\n" if any byte
-  // was lost at any point. This is how a program knows its data is on disk.
-  // After close() the writer is closed: further writes raise and the
-  // destructor does nothing more.
+  // Writes out the buffered bytes, ends a running compressed stream, flushes
+  // and closes the file; raises "Write failed for <name>: <reason>\n"
+  // (strerror of the first failure) if any byte was lost at any point, or if
+  // the flush or fclose failed. This is how a program knows its data is on
+  // disk. A zlib error while ending the stream raises zlib's message, after
+  // the file has been closed. After close() the writer is closed, whatever
+  // the outcome: write(), emptyBuf(), rewind() and switching compression on
+  // raise "qorStreamWriter: the file is closed: <name>\n", a second close()
+  // does nothing, and the destructor only releases memory.
   void close();
 
   size_t m_FileBytes;   // bytes written to the file, as fwrite reports them

@@ -1,16 +1,13 @@
-// Helpers shared by the stream tests: scratch files, zlib oracles and a
-// way to catch the library's exceptions as text.
+// Helpers of the stream tests: scratch files, zlib oracles, both decoders.
 #ifndef QOR_STREAM_TEST_UTIL_H
 #define QOR_STREAM_TEST_UTIL_H
 
 #include <gtest/gtest.h>
-#include <qor/qor_exception.h>
-#include <stdlib.h>
-#include <unistd.h>
+#include <qor/qor_stream.h>
 #include <zlib.h>
 
-#include <cstdio>
-#include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <random>
 #include <stdexcept>
 #include <string>
@@ -19,77 +16,39 @@
 
 namespace streamtest {
 
-// A scratch directory removed at the end of the test.
-class ScratchDir {
- public:
-  ScratchDir() {
-    char pattern[] = "/tmp/qor_stream_test_XXXXXX";
-    const char* made = mkdtemp(pattern);
-    if (made == nullptr) throw std::runtime_error("mkdtemp failed");
-    m_Path = made;
-  }
-  ~ScratchDir() {
-    const std::string command = "rm -rf '" + m_Path + "'";
-    if (system(command.c_str()) != 0) fprintf(stderr, "could not remove %s\n", m_Path.c_str());
-  }
-  std::string file(const std::string& name) const { return m_Path + "/" + name; }
+using qortest::raisedText;
+using qortest::startsWith;
 
- private:
-  std::string m_Path;
+// A scratch directory removed at the end of the test.
+struct ScratchDir {
+  std::string path = mkdtemp(&(std::string("/tmp/qor_stream_test_XXXXXX") + '\0')[0]);
+  ~ScratchDir() { std::filesystem::remove_all(path); }
+  std::string file(const std::string& name) const { return path + "/" + name; }
 };
 
-inline void writeFile(const std::string& path, const std::string& bytes) {
-  FILE* f = fopen(path.c_str(), "wb");
-  ASSERT_NE(f, nullptr) << path;
-  ASSERT_EQ(fwrite(bytes.data(), 1, bytes.size(), f), bytes.size());
-  fclose(f);
+inline std::string writeFile(const std::string& path, const std::string& bytes) {
+  std::ofstream(path, std::ios::binary) << bytes;
+  return path;
 }
 
 inline std::string readFile(const std::string& path) {
-  std::string bytes;
-  FILE* f = fopen(path.c_str(), "rb");
-  if (f == nullptr) return "<missing>";
-  char chunk[65536];
-  size_t got;
-  while ((got = fread(chunk, 1, sizeof chunk, f)) > 0) bytes.append(chunk, got);
-  fclose(f);
-  return bytes;
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-// zlib window bits of the three formats as the tests name them.
+inline std::string sample(const std::string& name) { return std::string(QOR_TEST_DATA_DIR) + "/stream/" + name; }
+
 enum Format { kPlain, kGzip, kRaw };
-inline const char* formatName(Format f) { return f == kPlain ? "plain" : f == kGzip ? "gzip" : "raw"; }
-inline int windowBits(Format f) { return f == kGzip ? 31 : -15; }
 
-// One-shot compression with zlib itself, the oracle for the reader.
-inline std::string compress(const std::string& data, Format format, int level = Z_DEFAULT_COMPRESSION) {
-  if (format == kPlain) return data;
-  z_stream zs;
-  memset(&zs, 0, sizeof zs);
-  if (deflateInit2(&zs, level, Z_DEFLATED, windowBits(format), 8, Z_DEFAULT_STRATEGY) != Z_OK)
-    throw std::runtime_error("deflateInit2");
-  std::string out(deflateBound(&zs, data.size()) + 64, '\0');
-  zs.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(data.data()));
-  zs.avail_in = static_cast<uInt>(data.size());
-  zs.next_out = reinterpret_cast<Bytef*>(&out[0]);
-  zs.avail_out = static_cast<uInt>(out.size());
-  if (::deflate(&zs, Z_FINISH) != Z_STREAM_END) throw std::runtime_error("deflate");
-  out.resize(zs.total_out);
-  deflateEnd(&zs);
-  return out;
-}
-
-// Decodes one complete stream with zlib; sets ok to false unless the stream
-// ends exactly at the end of the bytes.
-inline std::string decompress(const std::string& bytes, Format format, bool* ok) {
-  *ok = false;
-  if (format == kPlain) {
-    *ok = true;
-    return bytes;
-  }
-  z_stream zs;
-  memset(&zs, 0, sizeof zs);
-  if (inflateInit2(&zs, windowBits(format)) != Z_OK) return "";
+// zlib itself, the oracle: compresses (decode false) or decodes the bytes in
+// one go. ok becomes true when one complete stream ends exactly at their end.
+inline std::string zlibCodec(const std::string& bytes, Format format, bool decode, bool* ok = nullptr, int level = -1) {
+  if (ok != nullptr) *ok = format == kPlain;
+  if (format == kPlain) return bytes;
+  z_stream zs{};
+  const int bits = format == kGzip ? 31 : -15;
+  if ((decode ? inflateInit2(&zs, bits) : deflateInit2(&zs, level, Z_DEFLATED, bits, 8, Z_DEFAULT_STRATEGY)) != Z_OK)
+    throw std::runtime_error("zlib init");
   zs.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(bytes.data()));
   zs.avail_in = static_cast<uInt>(bytes.size());
   std::string out;
@@ -98,50 +57,62 @@ inline std::string decompress(const std::string& bytes, Format format, bool* ok)
   do {
     zs.next_out = reinterpret_cast<Bytef*>(chunk);
     zs.avail_out = sizeof chunk;
-    ret = ::inflate(&zs, Z_NO_FLUSH);
+    ret = decode ? ::inflate(&zs, Z_NO_FLUSH) : ::deflate(&zs, Z_FINISH);
     out.append(chunk, sizeof chunk - zs.avail_out);
   } while (ret == Z_OK);
-  *ok = (ret == Z_STREAM_END && zs.avail_in == 0);
-  inflateEnd(&zs);
+  if (ok != nullptr) *ok = ret == Z_STREAM_END && zs.avail_in == 0;
+  decode ? inflateEnd(&zs) : deflateEnd(&zs);
   return out;
 }
+inline std::string compress(const std::string& data, Format format, int level = -1) {
+  return zlibCodec(data, format, false, nullptr, level);
+}
+inline std::string decompress(const std::string& bytes, Format format, bool* ok) {
+  return zlibCodec(bytes, format, true, ok);
+}
 
-using qortest::raisedText;
-using qortest::startsWith;
+// Switches a writer, or a reader (with the fast decoder or zlib), to the format.
+inline void switchOn(qorStreamWriter& w, Format f) { f == kGzip ? w.gzip(true) : f == kRaw ? w.deflate(true) : void(); }
+inline void switchOn(qorStreamReader& r, Format format, bool fast = false) {
+  r.useFastDecoder(fast);
+  if (format == kGzip) r.gunzip(true);
+  if (format == kRaw) r.inflate(true);
+}
 
-// Text with lines of 0 to maxLine bytes, some tabs, some CRs and some bytes
+// Everything a reader delivers through read(), or "!" and the message it
+// raised; with the bytes counted from the file once the data ended.
+inline std::string readAll(const std::string& path, Format format, bool fast, bool every = false,
+                           size_t* fileBytes = nullptr) {
+  std::string all;
+  const std::string raised = raisedText([&] {
+    qorStreamReader r(path.c_str());
+    switchOn(r, format, fast);
+    r.readAllMembers(every);
+    char buf[50000];
+    long got;
+    while ((got = r.read(buf, sizeof buf)) > 0) all.append(buf, static_cast<size_t>(got));
+    if (fileBytes != nullptr) *fileBytes = r.m_FileBytes;
+  });
+  return raised == qortest::kNothingRaised ? all : "!" + raised;
+}
+
+// Text with lines of 0 to maxLine bytes, some tabs, CRs, zero bytes and bytes
 // above 0x7F.
-inline std::string makeText(std::mt19937& rng, size_t bytes, int maxLine = 200) {
+inline std::string makeText(unsigned seed, size_t bytes, int maxLine = 200) {
+  std::mt19937 rng(seed);
+  static const char kOdd[] = "\t\r\0\x80\xff";
   std::string text;
-  text.reserve(bytes + maxLine + 2);
   while (text.size() < bytes) {
     const int length = static_cast<int>(rng() % static_cast<unsigned>(maxLine + 1));
     for (int i = 0; i < length; ++i) {
       const unsigned r = rng() % 64;
-      char c;
-      if (r == 0) {
-        c = '\t';
-      } else if (r == 1) {
-        c = '\r';
-      } else if (r == 2) {
-        c = static_cast<char>(0x80 + rng() % 128);
-      } else if (r == 3) {
-        c = '\0';
-      } else {
-        c = static_cast<char>(' ' + rng() % 95);
-      }
-      text.push_back(c);
+      text.push_back(r < 5 ? kOdd[r] : static_cast<char>(' ' + rng() % 95));
     }
     if (rng() % 8 == 0) text.push_back('\r');
     text.push_back('\n');
   }
   text.resize(bytes);
   return text;
-}
-
-inline bool haveCommand(const char* name) {
-  const std::string command = std::string("command -v ") + name + " >/dev/null 2>&1";
-  return system(command.c_str()) == 0;
 }
 
 }  // namespace streamtest
