@@ -4,8 +4,6 @@
 
 #include <gtest/gtest.h>
 #include <qor/qor_alloc.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -16,10 +14,6 @@
 #include <vector>
 
 #include "qor_test_support.h"
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define QOR_TEST_SANITIZED 1
-#endif
 
 namespace memtest {
 
@@ -38,41 +32,6 @@ class PageAllocFixture : public ::testing::Test {
     if (::qorPageAlloc::m_Initialized) ::qorPageAlloc::Uninitialize();
   }
 };
-
-inline void setAddressSpaceCap(rlim_t bytes) {
-  rlimit limit{};
-  getrlimit(RLIMIT_AS, &limit);
-  limit.rlim_cur = bytes == 0 ? limit.rlim_max : bytes;
-  setrlimit(RLIMIT_AS, &limit);
-}
-
-inline void liftAddressSpaceCap() { setAddressSpaceCap(0); }
-
-// Runs body in a forked child whose address space may grow by only 8 MiB, so
-// that a 16 MiB mapping fails (body calls liftAddressSpaceCap when the next
-// one should succeed). Returns the child's exit status: 0 for success, or the
-// number of the check that failed.
-inline int runWithCappedAddressSpace(const std::function<int()>& body) {
-  std::fflush(nullptr);
-  const pid_t child = fork();
-  if (child == 0) {
-    unsigned long pages = 0;
-    FILE* statm = std::fopen("/proc/self/statm", "r");
-    if (statm == nullptr || std::fscanf(statm, "%lu", &pages) != 1) _exit(100);
-    std::fclose(statm);
-    setAddressSpaceCap(pages * static_cast<unsigned long>(sysconf(_SC_PAGESIZE)) + (8UL << 20));
-    int result = 101;
-    try {
-      result = body();
-    } catch (...) {
-      result = 102;
-    }
-    _exit(result);
-  }
-  int status = 0;
-  waitpid(child, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 200 + WTERMSIG(status);
-}
 
 // The number of objects on an intrusive free list.
 inline unsigned long listLength(void* head) {

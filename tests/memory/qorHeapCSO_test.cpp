@@ -139,21 +139,6 @@ TEST_F(qorHeapCSO, LifeAroundThePageAllocator) {
       [] {});
 }
 
-#ifndef QOR_TEST_SANITIZED
-TEST_F(qorHeapCSO, FailedMappingRaisesAndLeavesHeapUsable) {
-  const int status = ::memtest::runWithCappedAddressSpace([this] {
-    const std::string text = raisedText([this] { heap->Alloc(65536); });
-    if (!startsWith(text, "qorHeapCSO: mmap failed: Cannot allocate memory\n [file qor_heapcso line ")) return 1;
-    if (heap->m_FirstRawBlock != nullptr || heap->m_FreeLists[65536] != nullptr) return 2;
-    if (heap->getTotalBytesAllocated() != 0.0 || !heap->m_Mutex.tryLock()) return 3;
-    heap->m_Mutex.unlock();
-    ::memtest::liftAddressSpaceCap();
-    return heap->Alloc(65536) != nullptr && heap->m_FirstRawBlock != nullptr ? 0 : 4;
-  });
-  EXPECT_EQ(status, 0);
-}
-#endif
-
 TEST_F(qorHeapCSO, FailingMunmapPrintsReportAndExits) {
   auto die = [this] {
     heap->m_FirstRawBlock = new ::qorHeapCSO::RawBlock{reinterpret_cast<void*>(0x2003), heap->m_FirstRawBlock, 8192};

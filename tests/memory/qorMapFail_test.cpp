@@ -44,15 +44,12 @@ TEST(qorMapFail, EveryAllocatorRaisesAndRecovers) {
     const char* prefix;
   };
   qorHeapCSO heap;
+  unsigned long got = 0;
+  void* memory = nullptr;
   const Row rows[] = {
       {"page refill", [] { qorPageAlloc::Alloc(); },
        "qorPageAlloc: mmap failed: Cannot allocate memory\n [file qor_alloc"},
-      {"permanent block",
-       [] {
-         unsigned long got = 0;
-         void* memory = nullptr;
-         qorPageAlloc::PermanentAlloc(64, 10, got, memory);
-       },
+      {"permanent block", [&] { qorPageAlloc::PermanentAlloc(64, 10, got, memory); },
        "qorPageAlloc: mmap failed: Cannot allocate memory\n [file qor_alloc"},
       {"object refill", [] { qorOAAlloc(48); }, "qorPageAlloc: mmap failed: Cannot allocate memory\n [file qor_alloc"},
       {"heap refill", [&heap] { heap.Alloc(40); },
@@ -62,7 +59,16 @@ TEST(qorMapFail, EveryAllocatorRaisesAndRecovers) {
     const std::string message = failFirstMapping(row.call);
     EXPECT_EQ(message.rfind(row.prefix, 0), 0u) << row.label << ": " << message;
     EXPECT_EQ(qorPageAlloc::GetTotalPages(), pages) << row.label;
+    EXPECT_EQ(qorPageAlloc::m_FirstPermFree, nullptr) << row.label;  // no record of a failed mapping
+    EXPECT_EQ(qorPageAlloc::m_FirstFree, nullptr) << row.label;
+    EXPECT_EQ(heap.m_FirstRawBlock, nullptr) << row.label;
+    EXPECT_EQ(heap.getTotalBytesAllocated(), 0.0) << row.label;
+    EXPECT_TRUE(heap.m_Mutex.tryLock() && qorOAMutex.tryLock()) << row.label;
+    heap.m_Mutex.unlock();
+    qorOAMutex.unlock();
   }
+  EXPECT_EQ(memory, nullptr);
+  EXPECT_EQ(got, 0UL);
   // Nothing half done: each allocator maps afresh and hands out usable memory.
   void* page = qorPageAlloc::Alloc();
   std::memset(page, 1, qorPageAlloc::GetPageSize());

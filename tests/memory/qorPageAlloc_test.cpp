@@ -135,31 +135,6 @@ TEST_F(qorPageAlloc, StateMachine) {
   Pages::m_PagesToAllocAtOnce = pages;
 }
 
-#ifndef QOR_TEST_SANITIZED
-// A failed mmap is neither handed out (MAP_FAILED is not null) nor recorded,
-// and the allocator stays usable.
-TEST_F(qorPageAlloc, FailedMappingRaisesAndLeavesAllocatorUsable) {
-  const int status = ::memtest::runWithCappedAddressSpace([] {
-    const unsigned long total = Pages::GetTotalPages();
-    if (!startsWith(raisedText([] { Pages::Alloc(); }),
-                    "qorPageAlloc: mmap failed: Cannot allocate memory\n [file qor_alloc line "))
-      return 1;
-    if (Pages::GetTotalPages() != total || Pages::m_FirstPermFree != nullptr || Pages::m_FirstFree != nullptr) return 2;
-    unsigned long obtained = 0;
-    void* memory = nullptr;
-    if (!startsWith(raisedText([&] { Pages::PermanentAlloc(65536, 4096, obtained, memory); }),
-                    "qorPageAlloc: mmap failed: "))
-      return 3;
-    if (memory != nullptr || obtained != 0) return 4;
-    ::memtest::liftAddressSpaceCap();
-    if (Pages::Alloc() == nullptr || Pages::GetFreePages() + 1 != 16777216 / Pages::GetPageSize()) return 5;
-    Pages::Uninitialize();
-    return 0;
-  });
-  EXPECT_EQ(status, 0);
-}
-#endif
-
 TEST_F(qorPageAlloc, FailingMunmapPrintsReportAndExits) {
   auto die = [] {
     // munmap refuses an address that is not page-aligned.
