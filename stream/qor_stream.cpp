@@ -219,7 +219,7 @@ struct UnitSink {
     if (n == 0) return;
     const int old = str->size();
     if (n > static_cast<size_t>(kMaxQStringUnits - old))
-      qorThrow("string too long for a QString in qorStreamReader", kUnit, __LINE__);
+      qorThrow("qorStreamReader: string too long for a QString", kUnit, __LINE__);
     str->resize(old + static_cast<int>(n));
     ushort* d = reinterpret_cast<ushort*>(str->data()) + old;
     size_t i = 0;
