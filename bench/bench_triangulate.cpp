@@ -19,6 +19,7 @@
 #include <string>
 #include <vector>
 
+#include "cpu_times.h"
 #include "polygon_generator.h"
 
 namespace {
@@ -192,31 +193,12 @@ BENCHMARK(BM_Triangulate_Qor)->Apply(sizes);
 BENCHMARK(BM_Triangulate_GLU)->Apply(sizes);
 BENCHMARK(BM_Triangulate_CGAL)->Apply(sizes);
 
-// Console output as usual, plus the CPU time per iteration of every run. The
-// ratios use CPU time: on a shared machine the wall time of runs made one
-// after the other depends on what else runs meanwhile.
-class Collector : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    for (const Run& r : runs)
-      if (r.run_type == Run::RT_Iteration && !r.error_occurred) m_Times[r.benchmark_name()] = r.GetAdjustedCPUTime();
-  }
-  double time(const std::string& name) const {
-    auto it = m_Times.find(name);
-    return it == m_Times.end() ? 0 : it->second;
-  }
-
- private:
-  std::map<std::string, double> m_Times;
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  Collector collector;
+  CpuTimes collector;
   benchmark::RunSpecifiedBenchmarks(&collector);
   benchmark::Shutdown();
 

@@ -20,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "cpu_times.h"
 #include "polygon_generator.h"
 
 namespace {
@@ -257,29 +258,12 @@ BENCHMARK(BM_Fixtures_Qor);
 BENCHMARK(BM_Fixtures_GLU);
 BENCHMARK(BM_Fixtures_CGAL);
 
-// Console output as usual, plus the CPU time per iteration of every run.
-class Collector : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    for (const Run& r : runs)
-      if (r.run_type == Run::RT_Iteration && !r.error_occurred) m_Times[r.benchmark_name()] = r.GetAdjustedCPUTime();
-  }
-  double time(const std::string& name) const {
-    auto it = m_Times.find(name);
-    return it == m_Times.end() ? 0 : it->second;
-  }
-
- private:
-  std::map<std::string, double> m_Times;
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  Collector c;
+  CpuTimes c;
   benchmark::RunSpecifiedBenchmarks(&c);
   benchmark::Shutdown();
   std::printf("\nqorTriangulateRings / triangulate on valid simple polygons (CPU time)\n");
