@@ -118,19 +118,31 @@ qorInt32 dropDegenerate(std::vector<qorInt32>& idx, const double (*pts)[2]) {
 }
 
 // The triangles of triangulate() for rows `rows` (from 1), mapped through `back` (row -> caller's index) and
-// appended to `out`. Raises what triangulate() raises.
+// appended to `out`; `tri` is scratch space. Raises what triangulate() raises.
 void runTriangulate(std::vector<qorInt32>& sizes, std::vector<double>& rows, const std::vector<qorInt32>& back,
-                    std::vector<qorInt32>& out) {
+                    std::vector<qorInt32>& tri, std::vector<qorInt32>& out) {
   qorInt32 n = 0;
   for (qorInt32 s : sizes) n += s;
   // Rows are written from the first on; the first row still holding the sentinel ends them (the process-wide
   // triangulate_last_count() may already be another thread's).
-  std::vector<qorInt32> tri(3 * (static_cast<size_t>(n) + 2 * sizes.size() + 4), -1);
+  tri.assign(3 * (static_cast<size_t>(n) + 2 * sizes.size() + 4), -1);
   triangulate(static_cast<qorInt32>(sizes.size()), sizes.data(), reinterpret_cast<double(*)[2]>(rows.data()),
               reinterpret_cast<qorInt32(*)[3]>(tri.data()));
   for (size_t t = 0; t + 2 < tri.size() && tri[t] > 0; t += 3)
     out.push_back(back[static_cast<size_t>(tri[t])]), out.push_back(back[static_cast<size_t>(tri[t + 1])]),
         out.push_back(back[static_cast<size_t>(tri[t + 2])]);
+}
+
+// The cheap path's working vectors, kept per thread and reused. On a star of 10 vertices the entry point
+// cost 1.29x the instructions of triangulate() with five fresh vectors a call, 1.20x with these (callgrind).
+struct CheapPathScratch {
+  std::vector<qorInt32> sizes, back, tri, out;
+  std::vector<double> rows;
+};
+
+CheapPathScratch& cheapPathScratch() {
+  static thread_local CheapPathScratch scratch;
+  return scratch;
 }
 
 // --- The slow path ---------------------------------------------------------------------------------------------
@@ -399,8 +411,8 @@ class RegionBuilder {
         const long s = seed + attempt;
         qor_internal::setThreadSeed(&s);
         try {
-          std::vector<qorInt32> piece;
-          runTriangulate(sizes, rows, back, piece);
+          std::vector<qorInt32> piece, tri;
+          runTriangulate(sizes, rows, back, tri, piece);
           out.insert(out.end(), piece.begin(), piece.end());
           done = true;
         } catch (qorException* e) {
@@ -573,27 +585,28 @@ qorInt32 qorTriangulateRings(qorInt32 count, const qorInt32* sizes, const double
   }
 
   const long seed = qor_internal::runSeed();
-  std::vector<qorInt32> out;
+  CheapPathScratch& scratch = cheapPathScratch();
+  std::vector<qorInt32>& out = scratch.out;
+  out.clear();
   qorInt32 n = 0;
   for (const Ring& r : rings) n += static_cast<qorInt32>(r.idx.size());
 
   // The cheap path: the normalized rings as they are.
   bool done = false;
   if (n <= SEGSIZE - 1) {
-    std::vector<qorInt32> sz;
-    std::vector<double> rows{0.0, 0.0};
-    std::vector<qorInt32> back{-1};
-    sz.reserve(rings.size());
-    rows.reserve(2 * static_cast<size_t>(n) + 2);
-    back.reserve(static_cast<size_t>(n) + 1);
-    out.reserve(3 * (static_cast<size_t>(n) + 2 * rings.size()));
+    std::vector<qorInt32>& sz = scratch.sizes;
+    std::vector<double>& rows = scratch.rows;
+    std::vector<qorInt32>& back = scratch.back;
+    sz.clear();
+    rows.assign({0.0, 0.0});
+    back.assign({-1});
     for (const Ring& r : rings) {
       sz.push_back(static_cast<qorInt32>(r.idx.size()));
       for (qorInt32 v : r.idx) rows.push_back(points[v][0]), rows.push_back(points[v][1]), back.push_back(v);
     }
     qor_internal::setThreadSeed(&seed);
     try {
-      runTriangulate(sz, rows, back, out);
+      runTriangulate(sz, rows, back, scratch.tri, out);
       done = true;
     } catch (qorException* e) {
       delete e;
