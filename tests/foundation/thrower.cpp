@@ -1,9 +1,6 @@
 // A separate shared object that raises through libqor.
 #include <qor/qor_assert.h>
-#include <qor/qor_strings.h>
 
 extern "C" __attribute__((visibility("default"))) void qorTestThrowFromOtherObject() {
   qorThrow("raised elsewhere", "thrower", 42);
 }
-
-extern "C" __attribute__((visibility("default"))) void qorTestStrcpyNull() { qorStrcpy(nullptr, "x"); }

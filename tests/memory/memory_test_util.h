@@ -33,6 +33,11 @@ class PageAllocFixture : public ::testing::Test {
   }
 };
 
+// The objects of `size` bytes that one refill of 4,096 or more cuts.
+inline unsigned long expectedObjects(unsigned long size) {
+  return ::qorPageAlloc::ComputeEfficientSize(size, 4096) / size;
+}
+
 // The number of objects on an intrusive free list.
 inline unsigned long listLength(void* head) {
   unsigned long count = 0;
