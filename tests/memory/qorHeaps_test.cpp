@@ -290,8 +290,6 @@ class qorHeapCSO : public ::memtest::PageAllocFixture {
   std::unique_ptr<::qorHeapCSO> heap{new ::qorHeapCSO};
 };
 
-::qorHeapCSO* dying = nullptr;
-
 // 0 to 8 bytes share the 8-byte class and 9 takes 16; a refill holds at
 // least 4,096 objects in ascending order and counts the bytes cut.
 TEST_F(qorHeapCSO, SizeClassesAndRefills) {
@@ -354,31 +352,6 @@ TEST_F(qorHeapCSO, ReportShowsNonEmptyListsAndWrapsAt32Bits) {
   EXPECT_EQ(lines[6], "     Total      65537      65536");
 }
 
-TEST_F(qorHeapCSO, BadSizesRaiseAndChangeNothing) {
-  int object = 0;
-  unsigned long obtained = 0;
-  void* memory = nullptr;
-  const struct {
-    std::function<void()> call;
-    const char* prefix;
-  } rows[] = {
-      {[&] { heap->Alloc(65537); }, "qorHeapCSO: object size above 65536"},
-      {[&] { heap->Alloc(~0UL); }, "qorHeapCSO: object size above 65536"},
-      {[&] { heap->Dealloc2(&object, 65537); }, "qorHeapCSO: object size above 65536"},
-      {[&] { heap->populateFreeList(12); }, "qorHeapCSO: size class must be a multiple of 8"},
-      {[&] { heap->populateFreeList(0); }, "qorHeapCSO: size class must be a multiple of 8"},
-      {[&] { heap->PermanentAlloc(0, 10, obtained, memory); }, "qorHeapCSO: permanent allocation with an object"},
-      {[&] { heap->PermanentAlloc(8, 0, obtained, memory); }, "qorHeapCSO: permanent allocation of 0 objects"},
-  };
-  for (const auto& row : rows) {
-    EXPECT_TRUE(startsWith(raisedText(row.call), row.prefix)) << row.prefix;
-    EXPECT_TRUE(heap->m_Mutex.tryLock()) << row.prefix;
-    heap->m_Mutex.unlock();
-  }
-  EXPECT_EQ(heap->m_FirstRawBlock, nullptr);
-  heap->Dealloc2(heap->Alloc(65536), 65536);
-}
-
 // The heap keeps its memory when the page allocator shuts down; with a page
 // size of 0 (never initialised) a refill raises instead of dividing by it.
 TEST_F(qorHeapCSO, LifeAroundThePageAllocator) {
@@ -404,15 +377,6 @@ TEST_F(qorHeapCSO, LifeAroundThePageAllocator) {
         return random() % 16 == 0 ? kLarge[random() % 3] : random() % 300;
       },
       [] {});
-}
-
-TEST_F(qorHeapCSO, FailingMunmapPrintsReportAndExits) {
-  auto die = [this] {
-    heap->m_FirstRawBlock = new ::qorHeapCSO::RawBlock{reinterpret_cast<void*>(0x2003), heap->m_FirstRawBlock, 8192};
-    dying = heap.release();  // reachable for the leak checker while the destructor ends the process
-    delete dying;
-  };
-  EXPECT_EQ(::memtest::stdoutOfExit(die, 255), "Error in munmap: size = 8192 addr=2003\n");
 }
 
 }  // namespace

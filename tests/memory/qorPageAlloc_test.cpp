@@ -2,10 +2,12 @@
 // machine, failed mappings and the fatal munmap report; the object allocator
 // over it: refill arithmetic, size rounding, reuse order, the report.
 #include <qor/qor_alloc.h>
+#include <qor/qor_heapcso.h>
 #include <qor/qor_objectalloc.h>
 
 #include <algorithm>
 #include <cstdint>
+#include <memory>
 #include <set>
 
 #include "memory_test_util.h"
@@ -138,13 +140,19 @@ TEST_F(qorPageAlloc, StateMachine) {
   Pages::m_PagesToAllocAtOnce = pages;
 }
 
+// munmap refuses an address that is not page-aligned: the report, then exit.
 TEST_F(qorPageAlloc, FailingMunmapPrintsReportAndExits) {
-  auto die = [] {
-    // munmap refuses an address that is not page-aligned.
+  auto pages = [] {
     Pages::m_FirstPermFree = new Pages::PermBlock{Pages::m_FirstPermFree, reinterpret_cast<void*>(0x1001), 4096};
     Pages::Uninitialize();
   };
-  EXPECT_EQ(::memtest::stdoutOfExit(die, 255), "Error in munmap: size = 4096 addr=1001\n");
+  EXPECT_EQ(::memtest::stdoutOfExit(pages, 255), "Error in munmap: size = 4096 addr=1001\n");
+  auto heap = [] {
+    static ::qorHeapCSO* dying = new ::qorHeapCSO;  // reachable for the leak checker while it ends the process
+    dying->m_FirstRawBlock = new ::qorHeapCSO::RawBlock{reinterpret_cast<void*>(0x2003), nullptr, 8192};
+    delete dying;
+  };
+  EXPECT_EQ(::memtest::stdoutOfExit(heap, 255), "Error in munmap: size = 8192 addr=2003\n");
 }
 
 class qorObjectAlloc : public ::memtest::PageAllocFixture {};
@@ -202,33 +210,48 @@ TEST_F(qorObjectAlloc, SizesRoundToMultiplesOf8AndListsReuseLastInFirstOut) {
       [] {});
 }
 
+// Bad sizes raise, release the lock and change nothing, in the object allocator and in qorHeapCSO.
 TEST_F(qorObjectAlloc, BadSizesAndNoPageAllocatorRaiseAndReleaseTheLock) {
+  std::unique_ptr<::qorHeapCSO> heap(new ::qorHeapCSO);
   int object = 0;
+  unsigned long obtained = 0;
+  void* memory = nullptr;
   const struct {
     std::function<void()> call;
     const char* prefix;
+    QMutex& lock;
   } rows[] = {
-      {[] { qorOAAlloc(0); }, "qorOAAlloc: object size of 0"},
-      {[] { qorOAAlloc(65537); }, "qorOAAlloc: object size above 65536"},
-      {[] { qorOAAlloc(~0UL); }, "qorOAAlloc: object size above 65536"},
-      {[&] { qorOADealloc(&object, 0); }, "qorOAAlloc: object size of 0"},
-      {[&] { qorOADealloc(&object, 70000); }, "qorOAAlloc: object size above 65536"},
-      {[] { qorOAPopulateFreeList(0); }, "qorOAAlloc: object size of 0"},
-      {[] { qorOAPopulateFreeList(65537); }, "qorOAAlloc: object size above 65536"},
+      {[] { qorOAAlloc(0); }, "qorOAAlloc: object size of 0", qorOAMutex},
+      {[] { qorOAAlloc(65537); }, "qorOAAlloc: object size above 65536", qorOAMutex},
+      {[] { qorOAAlloc(~0UL); }, "qorOAAlloc: object size above 65536", qorOAMutex},
+      {[&] { qorOADealloc(&object, 0); }, "qorOAAlloc: object size of 0", qorOAMutex},
+      {[&] { qorOADealloc(&object, 70000); }, "qorOAAlloc: object size above 65536", qorOAMutex},
+      {[] { qorOAPopulateFreeList(0); }, "qorOAAlloc: object size of 0", qorOAMutex},
+      {[] { qorOAPopulateFreeList(65537); }, "qorOAAlloc: object size above 65536", qorOAMutex},
+      {[&] { heap->Alloc(65537); }, "qorHeapCSO: object size above 65536", heap->m_Mutex},
+      {[&] { heap->Alloc(~0UL); }, "qorHeapCSO: object size above 65536", heap->m_Mutex},
+      {[&] { heap->Dealloc2(&object, 65537); }, "qorHeapCSO: object size above 65536", heap->m_Mutex},
+      {[&] { heap->populateFreeList(12); }, "qorHeapCSO: size class must be a multiple of 8", heap->m_Mutex},
+      {[&] { heap->populateFreeList(0); }, "qorHeapCSO: size class must be a multiple of 8", heap->m_Mutex},
+      {[&] { heap->PermanentAlloc(0, 10, obtained, memory); }, "qorHeapCSO: permanent allocation with an object",
+       heap->m_Mutex},
+      {[&] { heap->PermanentAlloc(8, 0, obtained, memory); }, "qorHeapCSO: permanent allocation of 0 objects",
+       heap->m_Mutex},
       {[] {
          Pages::Uninitialize();
          qorOAAlloc(16);
        },
-       "qorPageAlloc not initialised!"},
+       "qorPageAlloc not initialised!", qorOAMutex},
   };
   for (const auto& row : rows) {
     EXPECT_TRUE(startsWith(raisedText(row.call), row.prefix)) << row.prefix;
-    EXPECT_TRUE(qorOAMutex.tryLock()) << row.prefix;
-    qorOAMutex.unlock();
+    EXPECT_TRUE(row.lock.tryLock()) << row.prefix;
+    row.lock.unlock();
   }
   EXPECT_EQ(qorOAFreeLists[0], nullptr);
   EXPECT_EQ(qorOAFreeLists[16], nullptr);
   EXPECT_EQ(qorOAGetTotalBytesAllocated(), 0.0);
+  EXPECT_EQ(heap->m_FirstRawBlock, nullptr);
 }
 
 // The report lists non-empty lists in ascending order; Uninitialize empties
