@@ -18,15 +18,10 @@ class qorHashUtilTest : public ::testing::Test {
 }  // namespace
 
 TEST(qorNextHashSize, PicksTheSmallestPrimeAtLeastN) {
-  const unsigned long long rows[][2] = {{0, 3},
-                                        {1, 3},
-                                        {3, 3},
-                                        {4, 11},
-                                        {11, 11},
-                                        {12, 29},
-                                        {3238020942u, 3238020943u},
-                                        {3238020943u, 3238020943u},
-                                        {4294967295u, 3238020943u}};
+  // clang-format off
+  const unsigned long long rows[][2] = {{0, 3}, {1, 3}, {3, 3}, {4, 11}, {11, 11}, {12, 29}, {3238020942u, 3238020943u},
+                                        {3238020943u, 3238020943u}, {4294967295u, 3238020943u}};
+  // clang-format on
   for (const auto& row : rows) EXPECT_EQ(qorNextHashSize(row[0]), row[1]) << row[0];
   ASSERT_EQ(qorNumHashPrimes, 20);
   EXPECT_EQ(qorMinHashPrime, 3u);

@@ -229,27 +229,6 @@ TEST_F(qorHeapMixedOverCSO, RandomTrafficNeverOverlaps) {
       [&heap] { heap.Minimize(); });
 }
 
-// The byte offset of a virtual function in its class's table: the Itanium
-// ABI stores one plus that offset in a pointer to a virtual member.
-template <typename Member>
-long slotOffset(Member member) {
-  static_assert(sizeof(Member) == 2 * sizeof(long), "Itanium pointer to member");
-  long raw[2];
-  std::memcpy(raw, &member, sizeof raw);
-  return raw[0] - 1;
-}
-
-// Code built against one order of the virtual operations calls the wrong
-// function through a heap built with another. Slots 0 and 1 are the two
-// destructor entries.
-TEST(qorHeapIntf, VirtualSlotsFollowTheInterfaceOrder) {
-  EXPECT_EQ(slotOffset(&qorHeapIntf::Alloc), 2 * 8);
-  EXPECT_EQ(slotOffset(&qorHeapIntf::Dealloc2), 3 * 8);
-  EXPECT_EQ(slotOffset(&qorHeapIntf::Minimize), 4 * 8);
-  EXPECT_EQ(slotOffset(&qorHeapCIntf::Dealloc1), 5 * 8);
-  EXPECT_EQ(sizeof(qorHeapNew), sizeof(void*));
-}
-
 // Every pass-through heap hands out writable blocks (qorHeapLarge's aligned
 // to the page size), ignores null, and qorHeapCNew's Dealloc2 goes through
 // a replaced Dealloc1.
