@@ -312,7 +312,10 @@ enum FastResult { kFastDone, kFastMore, kFastFault };
 FastResult decodeFast(qorStreamReader& r, ReaderSide& side, bool everyMember) {
   z_stream* zs = r.m_ZStream;
   if (side.fastState == nullptr) {
-    side.fastState = new FastDecoder;
+    // Zeroed first: isal_inflate_init leaves some fields (the history size,
+    // among others) as it finds them, and the decoder must not depend on
+    // what the memory held before.
+    side.fastState = new FastDecoder();
     isal_inflate_init(&side.fastState->state);
   }
   inflate_state* st = &side.fastState->state;
