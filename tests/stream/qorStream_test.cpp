@@ -238,9 +238,8 @@ void writeWithPattern(qorStreamWriter& w, std::string data, int pattern, unsigne
 }
 
 const Row kRows[] = {
-    {"switched to gzip after plain bytes: the buffered byte as it is, then decoded from here, also by "
-     "readString(char*); "
-     "switched again midway: same decoder; doubles and complex values straddling each refill come back whole",
+    {"switched to gzip after plain bytes: the buffered byte as it is, then decoded from here (readString(char*) "
+     "too); switched on again midway: same decoder; doubles and complex values straddling refills come back whole",
      [](const ScratchDir& dir, bool fast) {
        std::vector<double> v(40002);
        for (size_t i = 0; i < v.size(); ++i) v[i] = 1.25 * i - 7e5 / (i + 1);
@@ -358,7 +357,7 @@ TEST(qorStreamWriter, RoundTripsAllFormatsSizesAndPatterns) {
         }
         const std::string bytes = readFile(path);
         bool ok = false;
-        ASSERT_TRUE(zlibCodec(bytes, format, true, &ok) == data && ok) << "not exactly one complete stream";
+        ASSERT_TRUE(zlibCodec(bytes, format, true, -1, &ok) == data && ok) << "not exactly one complete stream";
         ASSERT_TRUE(readAll(path, format, size % 2 == 0) == data);
         ASSERT_EQ(counted, pattern % 2 == 0 ? bytes.size() : 0);
       }

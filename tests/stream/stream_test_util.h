@@ -42,7 +42,7 @@ enum Format { kPlain, kGzip, kRaw };
 
 // zlib itself, the oracle: compresses (decode false) or decodes the bytes in
 // one go. ok becomes true when one complete stream ends exactly at their end.
-inline std::string zlibCodec(const std::string& bytes, Format format, bool decode, bool* ok, int level = -1) {
+inline std::string zlibCodec(const std::string& bytes, Format format, bool decode, int level = -1, bool* ok = nullptr) {
   if (ok != nullptr) *ok = format == kPlain;
   if (format == kPlain) return bytes;
   z_stream zs{};
@@ -64,7 +64,7 @@ inline std::string zlibCodec(const std::string& bytes, Format format, bool decod
   decode ? inflateEnd(&zs) : deflateEnd(&zs);
   return out;
 }
-inline std::string compress(const std::string& d, Format f, int level = -1) { return zlibCodec(d, f, false, 0, level); }
+inline std::string compress(const std::string& d, Format f, int level = -1) { return zlibCodec(d, f, false, level); }
 
 // Switches a writer, or a reader (with the fast decoder or zlib), to the format.
 inline void switchOn(qorStreamWriter& w, Format f) { f == kGzip ? w.gzip(true) : f == kRaw ? w.deflate(true) : void(); }
