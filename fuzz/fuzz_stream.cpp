@@ -1,165 +1,101 @@
-// libFuzzer target for the stream reader and writer.
-//
-// Input: byte 0 picks the format (plain, gzip, raw deflate) and byte 1 seeds
-// the order of the reading operations; the rest is the content of the file.
-// The reader runs every reading operation over the file until the data ends
-// or a qorException* is raised. A second pass writes the content with the
-// writer in the chosen format, in write sizes taken from the content itself,
-// and reads it back: any difference stops the run.
+// libFuzzer target for the stream reader and writer. Byte 0 picks the format (plain, gzip, raw deflate),
+// byte 1 seeds the order of the reading operations, the rest is the file: every reading operation runs over it
+// until the data ends or a qorException* is raised. Then the writer writes the content in a format and in
+// sizes drawn from it, and the reader must give it back unchanged.
 #include <qor/qor_exception.h>
 #include <qor/qor_stream.h>
 #include <unistd.h>
 
 #include <QString>
+#include <algorithm>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <string>
 #include <vector>
 
 namespace {
 
-std::string scratchPath(const char* what) {
-  return std::string("/tmp/qor_fuzz_stream_") + std::to_string(getpid()) + "_" + what;
-}
+void check(bool ok) { ok ? void() : __builtin_trap(); }
 
-bool writeAll(const std::string& path, const uint8_t* data, size_t size) {
-  FILE* f = fopen(path.c_str(), "wb");
-  if (f == nullptr) return false;
-  const bool ok = fwrite(data, 1, size, f) == size;
-  return fclose(f) == 0 && ok;
-}
+// What the reading operations share within a run.
+std::vector<char> gBuf(70000);
+std::string gText;
+QString gUnits;
+double gRe, gIm;
+bool gRewound;
 
-void check(bool ok) {
-  if (!ok) __builtin_trap();
-}
+// The reading operations, picked by the seed; false: the data has ended.
+using Op = bool (*)(qorStreamReader& r, unsigned seed, bool expand);
+const Op kOps[] = {
+    [](qorStreamReader& r, unsigned s, bool) { return r.read(gBuf.data(), static_cast<int>((s >> 4) % 70000)) > 0; },
+    [](qorStreamReader& r, unsigned s, bool) {
+      return r.readString(gBuf.data(), static_cast<int>((s >> 4) % 300)) > 0 || r.m_BufSize != 0;
+    },
+    [](qorStreamReader& r, unsigned, bool expand) { return r.readLine(expand) != nullptr; },
+    [](qorStreamReader& r, unsigned, bool expand) { return r.readLine(gText, expand); },
+    [](qorStreamReader& r, unsigned, bool expand) { return r.readLine(gUnits, expand); },
+    [](qorStreamReader& r, unsigned, bool expand) { return r.readString(gUnits, expand); },
+    [](qorStreamReader& r, unsigned, bool expand) { return r.readString(gText, expand); },
+    [](qorStreamReader& r, unsigned, bool) { return r.readFloat(gRe); },
+    [](qorStreamReader& r, unsigned, bool) { return r.readComplex(gRe, gIm); },
+    [](qorStreamReader& r, unsigned, bool) { return check(r.size() >= 0), true; },
+    [](qorStreamReader& r, unsigned, bool) { return gRewound || (gRewound = true, r.rewind() == 0); },
+    [](qorStreamReader& r, unsigned, bool) { return r.read(gBuf.data(), 1) == 1; },
+};
 
-void checkInvariants(const qorStreamReader& r) {
-  check(r.m_BufSize >= 0 && r.m_BufSize <= 65536);
-  check(r.m_BufLeft >= 0 && r.m_BufLeft <= r.m_BufSize);
-  check((r.m_ZBuf != nullptr) == r.m_Compressed);
-}
-
-void switchOn(qorStreamReader& r, int format) {
-  if (format == 1) r.gunzip(true);
-  if (format == 2) r.inflate(true);
-}
+void switchOn(qorStreamReader& r, int f) { f == 1 ? r.gunzip(true) : f == 2 ? r.inflate(true) : void(); }
 
 // Every reading operation, in an order drawn from the seed, until the end.
 void readEverything(const std::string& path, int format, unsigned seed) {
   qorStreamReader r(path.c_str());
   switchOn(r, format);
-  std::vector<char> buf(70000);
-  std::string s;
-  QString q;
-  bool rewound = false;
+  gRewound = false;
   for (int step = 0; step < 100000; ++step) {
     seed = seed * 1103515245u + 12345u;
-    const unsigned op = (seed >> 16) % 12;
-    const bool expand = (seed >> 8) & 1;
-    bool more = true;
-    switch (op) {
-      case 0:
-        more = r.read(buf.data(), static_cast<int>((seed >> 4) % 70000)) > 0;
-        break;
-      case 1:
-        more = r.readString(buf.data(), static_cast<int>((seed >> 4) % 300)) > 0 || r.m_BufSize != 0;
-        break;
-      case 2:
-        more = r.readLine(expand) != nullptr;
-        break;
-      case 3:
-        more = r.readLine(s, expand);
-        break;
-      case 4:
-        more = r.readLine(q, expand);
-        break;
-      case 5:
-        more = r.readString(q, expand);
-        break;
-      case 6:
-        more = r.readString(s, expand);
-        break;
-      case 7: {
-        double d;
-        more = r.readFloat(d);
-        break;
-      }
-      case 8: {
-        double a, b;
-        more = r.readComplex(a, b);
-        break;
-      }
-      case 9:
-        check(r.size() >= 0);
-        break;
-      case 10:
-        if (!rewound) {
-          r.rewind();
-          rewound = true;
-        }
-        break;
-      default:
-        more = r.read(buf.data(), 1) == 1;
-        break;
-    }
-    checkInvariants(r);
+    const bool more = kOps[(seed >> 16) % (sizeof kOps / sizeof kOps[0])](r, seed, (seed >> 8) & 1);
+    check(r.m_BufSize >= 0 && r.m_BufSize <= 65536 && r.m_BufLeft >= 0 && r.m_BufLeft <= r.m_BufSize);
+    check((r.m_ZBuf != nullptr) == r.m_Compressed);
     if (!more && r.m_BufSize == 0) break;
   }
 }
 
-// Writes the content in the format, in sizes drawn from the content, and
-// checks that the reader gives it back unchanged.
-void roundTrip(const uint8_t* data, size_t size, int format) {
-  const std::string path = scratchPath("w");
-  std::vector<char> copy(data, data + size);
-  {
-    qorStreamWriter w(path.c_str(), 'w');
-    if (format == 1) w.gzip(true);
-    if (format == 2) w.deflate(true);
-    size_t pos = 0, k = 0;
-    while (pos < size) {
-      size_t n = 1 + (static_cast<size_t>(data[k++ % size]) * 97) % 20000;
-      if (n > size - pos) n = size - pos;
-      check(w.write(copy.data() + pos, static_cast<int>(n)) == static_cast<long>(n));
-      pos += n;
-      if (data[k % size] == 0xEE) w.emptyBuf();
-    }
-  }
+// The reader must give back exactly the content.
+void checkReadsBack(const std::string& path, int format, const std::string& content) {
   qorStreamReader r(path.c_str());
   switchOn(r, format);
-  std::vector<char> back(size + 1);
-  check(r.read(back.data(), static_cast<int>(size + 1)) == static_cast<long>(size));
-  check(memcmp(back.data(), data, size) == 0);
-  unlink(path.c_str());
+  std::string back(content.size() + 1, '\0');
+  check(r.read(&back[0], static_cast<int>(back.size())) == static_cast<long>(content.size()));
+  check(back.compare(0, content.size(), content) == 0);
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size < 2) return 0;
-  const int format = data[0] % 3;
-  const unsigned seed = data[1];
-  const uint8_t* content = data + 2;
-  const size_t length = size - 2;
-  const std::string path = scratchPath("r");
-  if (!writeAll(path, content, length)) return 0;
+  const int format = data[0] % 3, written = (format + data[1]) % 3;
+  std::string content(reinterpret_cast<const char*>(data) + 2, size - 2);
+  const std::string path = "/tmp/qor_fuzz_stream_" + std::to_string(getpid());
+  if (!std::ofstream(path, std::ios::binary).write(content.data(), std::streamsize(content.size()))) return 0;
   try {
-    readEverything(path, format, seed);
+    readEverything(path, format, data[1]);
   } catch (qorException* e) {
     const char* text = e->what();
     check(text != nullptr && strstr(text, " [file qor_stream line ") != nullptr);
     delete e;
   }
-  if (format == 0) {
-    // Plain bytes come back exactly.
-    qorStreamReader r(path.c_str());
-    std::vector<char> back(length + 1);
-    check(r.read(back.data(), static_cast<int>(length + 1)) == static_cast<long>(length));
-    check(length == 0 || memcmp(back.data(), content, length) == 0);
+  if (format == 0) checkReadsBack(path, 0, content);  // plain bytes come back exactly
+  if (content.empty()) return unlink(path.c_str()), 0;
+  {  // the writer, in write sizes drawn from the content, with an emptyBuf() now and then
+    qorStreamWriter w(path.c_str(), 'w');
+    written == 1 ? w.gzip(true) : written == 2 ? w.deflate(true) : void();
+    for (size_t pos = 0, k = 0, n, length = content.size(); pos < length; pos += n) {
+      n = std::min(1 + (static_cast<size_t>(static_cast<uint8_t>(content[k++ % length])) * 97) % 20000, length - pos);
+      check(w.write(&content[pos], static_cast<int>(n)) == static_cast<long>(n));
+      if (static_cast<uint8_t>(content[k % length]) == 0xEE) w.emptyBuf();
+    }
   }
+  checkReadsBack(path, written, content);
   unlink(path.c_str());
-  if (length > 0) roundTrip(content, length, (format + seed) % 3);
   return 0;
 }
