@@ -31,19 +31,14 @@ void oneSegmentMap() {
 // x or a missing one on y.
 TEST(traptree, ComparisonsUseToleranceOnHeightOnly) {
   point_t a = pt(2, 1 + 5e-8), b = pt(1, 1), c = pt(1, 1 - 5e-8), d = pt(1, 1.001), e = pt(1 + 5e-8, 1), out;
-  const std::vector<std::pair<qorInt32, qorInt32>> rows = {{_greater_than(&a, &b), 1},
-                                                           {_greater_than(&b, &c), 0},
-                                                           {_greater_than_equal_to(&b, &c), 1},
-                                                           {_greater_than(&d, &a), 1},
-                                                           {_less_than(&b, &a), 1},
-                                                           {_less_than(&c, &b), 0},
-                                                           {_equal_to(&b, &c), 1},
-                                                           {_equal_to(&a, &b), 0},
-                                                           {_max(&out, &e, &b), 0},
-                                                           {out.x == b.x, 1},
-                                                           {(_min(&out, &b, &e), out.x == b.x), 1},
-                                                           {(_min(&out, &e, &b), out.x == b.x), 1},
-                                                           {(_max(&out, &d, &b), out.y == d.y), 1}};
+  // clang-format off
+  const std::vector<std::pair<qorInt32, qorInt32>> rows = {
+      {_greater_than(&a, &b), 1}, {_greater_than(&b, &c), 0}, {_greater_than_equal_to(&b, &c), 1},
+      {_greater_than(&d, &a), 1}, {_less_than(&b, &a), 1},    {_less_than(&c, &b), 0},
+      {_equal_to(&b, &c), 1},     {_equal_to(&a, &b), 0},     {_max(&out, &e, &b), 0},
+      {out.x == b.x, 1},          {(_min(&out, &b, &e), out.x == b.x), 1},
+      {(_min(&out, &e, &b), out.x == b.x), 1}, {(_max(&out, &d, &b), out.y == d.y), 1}};
+  // clang-format on
   for (size_t i = 0; i < rows.size(); ++i) EXPECT_EQ(rows[i].first, rows[i].second) << "row " << i;
 }
 
@@ -120,13 +115,11 @@ TEST(traptree, TablesOverflowWithException) {
 
 // Phase bounds of the iterated logarithm; catches an off-by-one in the count.
 TEST(traptree, PhaseBounds) {
-  const std::vector<std::pair<qorInt32, qorInt32>> logstar = {{0, -1}, {1, 0},  {2, 1},    {4, 2},
-                                                              {10, 2}, {16, 3}, {65536, 4}};
-  for (const auto& [n, expected] : logstar) EXPECT_EQ(math_logstar_n(n), expected) << n;
-  EXPECT_EQ(math_N(10, 0), 1);
-  EXPECT_EQ(math_N(3, 1), 2);
-  EXPECT_EQ(math_N(10, 1), 4);  // phases of 3, 2, then the last 4
-  EXPECT_EQ(math_N(10, 2), 6);
+  const std::vector<std::pair<qorInt32, qorInt32>> rows = {
+      {math_logstar_n(0), -1}, {math_logstar_n(1), 0},  {math_logstar_n(2), 1},     {math_logstar_n(4), 2},
+      {math_logstar_n(10), 2}, {math_logstar_n(16), 3}, {math_logstar_n(65536), 4}, {math_N(10, 0), 1},
+      {math_N(3, 1), 2},       {math_N(10, 1), 4},      {math_N(10, 2), 6}};
+  for (size_t i = 0; i < rows.size(); ++i) EXPECT_EQ(rows[i].first, rows[i].second) << "row " << i;  // N: 3, 2, 4
 }
 
 // A trapezoid is a start of the walk only when valid, bounded on both sides, a triangle (no neighbour above or

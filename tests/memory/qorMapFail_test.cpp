@@ -14,26 +14,18 @@
 #include <functional>
 #include <string>
 
+#include "qor_test_support.h"
+
 // The hook: the nth mapping from now fails with ENOMEM.
 void qorTestFailMapping(unsigned long nth);
 
-namespace {
-
 // Runs call with the next mapping failing; returns the message it raised.
-std::string failFirstMapping(const std::function<void()>& call) {
+static std::string failFirstMapping(const std::function<void()>& call) {
   qorTestFailMapping(1);
-  std::string message = "(nothing raised)";
-  try {
-    call();
-  } catch (qorException* e) {
-    message = e->what();
-    delete e;
-  }
+  const std::string message = qortest::raisedText(call);
   qorTestFailMapping(0);
   return message;
 }
-
-}  // namespace
 
 TEST(qorMapFail, EveryAllocatorRaisesAndRecovers) {
   qorPageAlloc::Initialize();

@@ -4,12 +4,12 @@
 #ifndef QOR_SUPPORT_POLYGON_GENERATOR_H
 #define QOR_SUPPORT_POLYGON_GENERATOR_H
 
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <random>
 #include <string>
 #include <vector>
@@ -62,21 +62,12 @@ inline double area(const Polygon& p) {
 
 // Reads a JSON array of rings of [x, y] pairs as they are (closing and repeated points kept).
 inline Polygon readRings(const std::string& path) {
-  std::ifstream in(path);
-  const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  QFile file(QString::fromStdString(path));
+  file.open(QIODevice::ReadOnly);
   Polygon p;
-  int depth = 0;
-  std::vector<double> numbers;
-  for (size_t i = 0; i < text.size(); ++i) {
-    const char c = text[i];
-    if (c == '[' && ++depth == 2) p.contours.emplace_back();
-    if (c == ']' && depth-- == 3 && numbers.size() >= 2) p.contours.back().push_back({numbers[0], numbers[1]});
-    if (c == ']') numbers.clear();
-    if (c == '-' || c == '.' || (c >= '0' && c <= '9')) {
-      char* end = nullptr;
-      numbers.push_back(std::strtod(text.c_str() + i, &end));
-      i = static_cast<size_t>(end - text.c_str()) - 1;
-    }
+  for (const QJsonValue& ring : QJsonDocument::fromJson(file.readAll()).array()) {
+    p.contours.emplace_back();
+    for (const QJsonValue& q : ring.toArray()) p.contours.back().push_back({q[0].toDouble(), q[1].toDouble()});
   }
   return p;
 }
