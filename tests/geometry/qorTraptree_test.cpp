@@ -146,40 +146,10 @@ TEST(traptree, InsideTestOfOneTrapezoid) {
   }
 }
 
-// A segment whose endpoints are both in the map makes no horizontal split: only X nodes, two per new trapezoid.
 // Driven step by step, a clockwise triangle has no trapezoid inside and raises; counter-clockwise it gives one
-// monotone polygon and one triangle. Catches a split at a shared vertex and a start taken without the inside test.
-TEST(traptree, InsertionAndDecompositionStepByStep) {
-  const point_t v[4] = {pt(0, 0), pt(4, 1), pt(2, 5), pt(-1, 3)};
-  for (int i = 1; i <= 4; ++i) {
-    seg[i].start = v[i - 1], seg[i].end = v[i % 4], seg[i].next = i % 4 + 1, seg[i].prev = (i + 2) % 4 + 1;
-    seg[i].in_tree = 0;
-  }
-  const qorInt32 root = init_query_structure(1);
-  for (int i = 1; i <= 4; ++i) seg[i].root_start = seg[i].root_end = root;
-  add_segment(2);
-  add_segment(4);
-  auto count = [](auto&& pred, int size, auto* table) {
-    int c = 0;
-    for (int i = 1; i < size; ++i) c += pred(table[i]) ? 1 : 0;
-    return c;
-  };
-  auto isY = [](const node_t& n) { return n.type == NODE_Y; };
-  auto isNode = [](const node_t& n) { return n.type != 0; };
-  auto isTrap = [](const trap_t& t) { return t.state != 0; };
-  const int yBefore = count(isY, NODESIZE, qs), nodesBefore = count(isNode, NODESIZE, qs);
-  const int trapsBefore = count(isTrap, TRAPSIZE, tr);
-  add_segment(3);  // from (2, 5) to (-1, 3): both endpoints present
-  EXPECT_EQ(count(isY, NODESIZE, qs), yBefore);
-  const int newTraps = count(isTrap, TRAPSIZE, tr) - trapsBefore;
-  EXPECT_GE(newTraps, 1);
-  EXPECT_EQ(count(isNode, NODESIZE, qs) - nodesBefore, 2 * newTraps);
-  EXPECT_EQ(seg[3].in_tree, 1);
-  seg[1].next = seg[1].prev = 1;  // one segment alone: no phase, only the first insertion
-  initialise(1);
-  EXPECT_EQ(qortest::raisedText([] { construct_trapezoids(1); }), qortest::kNothingRaised);
-  EXPECT_TRUE(tr[4].state == TRAP_VALID && tr[5].state == 0);
-
+// monotone polygon and one triangle, and a monotone polygon asked of trapezoids that do not form one raises.
+// Catches a start taken without the inside test and unchecked arguments.
+TEST(traptree, DecompositionStepByStep) {
   const double pts[3][2] = {{0, 0}, {0, 3}, {4, 0}};  // clockwise
   for (const bool clockwise : {true, false}) {
     for (int i = 1; i <= 3; ++i) {

@@ -366,26 +366,3 @@ TEST(triangulate, LargeRunsLeaveTablesClean) {
   EXPECT_GT(checked, 0);
   qorTriangulateClockSeed();
 }
-
-// Random contours on a small grid (repeated points, collinear runs, crossings, touches, any orientation): each
-// either raises a qorException* or, through either entry point, gives triangles whose areas add up. Catches
-// silently partial covers and unchecked links (ASan checks the writes).
-TEST(qorTriangulateRings, GarbageRaisesOrCovers) {
-  qorTriangulateFixSeed(77);
-  std::mt19937_64 rng(20261123);
-  tricheck::Triangles out;
-  for (int round = 0; round < 1500; ++round) {
-    const Polygon p = garbage(rng, polygen::uniformInt(rng, 1, 4), 25, polygen::uniformInt(rng, 2, 12));
-    const std::string label = "round " + std::to_string(round), text = ringsRaise(p);
-    if (text.empty())
-      tricheck::checkRings(p, tricheck::normalize(p), label, -1);
-    else
-      ASSERT_NE(text.find("[file qor_"), std::string::npos) << label << text;
-    polygen::Flat flat = polygen::flatten(p);
-    if (!strictRaise(flat, out).empty()) continue;
-    out.resize(static_cast<size_t>(triangulate_last_count()));
-    tricheck::checkCover(out, flat.rows, p.vertexCount(), polygen::area(p), label + " strict", false);
-    if (::testing::Test::HasFailure()) break;
-  }
-  qorTriangulateClockSeed();
-}

@@ -11,6 +11,7 @@
 #include <array>
 #include <cmath>
 #include <random>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -72,6 +73,52 @@ inline Polygon readRings(const std::string& path) {
   return p;
 }
 
+// What qorTriangulateRings covers: repeated and closing points out, rings without area out (all of them if the
+// outer one has none), ring 0 counter-clockwise and the others clockwise.
+inline Polygon normalize(const Polygon& raw) {
+  Polygon p;
+  for (size_t r = 0; r < raw.contours.size(); ++r) {
+    Contour c;
+    for (const auto& q : raw.contours[r])
+      if (c.empty() || c.back().x != q.x || c.back().y != q.y) c.push_back(q);
+    while (c.size() > 1 && c.front().x == c.back().x && c.front().y == c.back().y) c.pop_back();
+    const double a = c.size() < 3 ? 0 : twiceSignedArea(c);
+    if (a == 0 && r == 0) return Polygon();
+    if (a == 0) continue;
+    if ((a > 0) != (r == 0)) std::reverse(c.begin(), c.end());
+    p.contours.push_back(c);
+  }
+  return p;
+}
+
+using Triangles = std::vector<std::array<int, 3>>;
+
+// What is wrong with `tri` (rows 1..n of `rows`) as a cover of a polygon of `area`, or "": distinct corners in
+// range, counter-clockwise with positive area (unless !positive), none twice, and areas adding up within a relative
+// 1e-9 (not checked when area is NaN).
+inline std::string coverProblem(const Triangles& tri, const std::vector<std::array<double, 2>>& rows, int n,
+                                double area, bool positive = true) {
+  double sum = 0;
+  std::set<std::array<int, 3>> seen;
+  for (size_t i = 0; i < tri.size(); ++i) {
+    std::array<int, 3> t = tri[i];
+    const std::string which = "triangle " + std::to_string(i) + " (" + std::to_string(t[0]) + "," +
+                              std::to_string(t[1]) + "," + std::to_string(t[2]) + ")";
+    if (t[0] == t[1] || t[1] == t[2] || t[0] == t[2] || std::min({t[0], t[1], t[2]}) < 1 ||
+        std::max({t[0], t[1], t[2]}) > n)
+      return which + " has bad corners";
+    const auto &a = rows[t[0]], &b = rows[t[1]], &c = rows[t[2]];
+    const double cross = (b[0] - a[0]) * (c[1] - a[1]) - (b[1] - a[1]) * (c[0] - a[0]);
+    if (!(cross > 0) && positive) return which + " is not counter-clockwise";
+    sum += std::fabs(cross) / 2;
+    std::sort(t.begin(), t.end());
+    if (!seen.insert(t).second && positive) return which + " appears twice";
+  }
+  if (std::fabs(sum - area) > 1e-9 * std::fabs(area))
+    return "areas " + std::to_string(sum) + " vs " + std::to_string(area);
+  return "";
+}
+
 inline double uniform(std::mt19937_64& rng, double lo, double hi) {
   return std::uniform_real_distribution<double>(lo, hi)(rng);
 }
@@ -107,23 +154,18 @@ inline Polygon star(std::mt19937_64& rng, int n, int holes = 0, int holeVertices
 // A comb: a bar with rectangular teeth of random integer heights on top (many equal x and y) and rectangular holes
 // in the bar. About n vertices.
 inline Polygon comb(std::mt19937_64& rng, int n, int holes = 0) {
-  const int teeth = std::max(1, (n - 4 * holes) / 4);
-  std::vector<double> left(teeth), right(teeth), height(teeth);
-  for (int j = 0, x = 0; j < teeth; ++j) {
-    left[j] = x;
-    right[j] = x + uniformInt(rng, 1, 3);
-    height[j] = 4 + uniformInt(rng, 1, 6);
-    x = static_cast<int>(right[j]) + uniformInt(rng, 1, 3);
+  Contour top;  // the teeth from the left, to be walked from the right
+  for (int j = 0, x = 0, teeth = std::max(1, (n - 4 * holes) / 4); j < teeth; ++j) {
+    const double left = x, right = x + uniformInt(rng, 1, 3), height = 4 + uniformInt(rng, 1, 6);
+    if (j > 0) top.push_back({left, 4});
+    top.push_back({left, height}), top.push_back({right, height});
+    if (j < teeth - 1) top.push_back({right, 4});
+    x = static_cast<int>(right) + uniformInt(rng, 1, 3);
   }
-  Contour c{{0, 0}, {right[teeth - 1], 0}};
-  for (int j = teeth - 1; j >= 0; --j) {
-    if (j < teeth - 1) c.push_back({right[j], 4});
-    c.push_back({right[j], height[j]});
-    c.push_back({left[j], height[j]});
-    if (j > 0) c.push_back({left[j], 4});
-  }
+  Contour c{{0, 0}, {top.back().x, 0}};
+  c.insert(c.end(), top.rbegin(), top.rend());
   Polygon p{{c}};
-  const double slot = right[teeth - 1] / std::max(holes, 1);
+  const double slot = top.back().x / std::max(holes, 1);
   for (int h = 0; h < holes; ++h)
     p.contours.push_back({{slot * (h + 0.2), 1}, {slot * (h + 0.2), 3}, {slot * (h + 0.8), 3}, {slot * (h + 0.8), 1}});
   return p;
