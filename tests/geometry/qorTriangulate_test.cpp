@@ -78,6 +78,13 @@ const polygen::Contour kHole = {{3, 3}, {3, 7}, {7, 7}, {7, 3}};
 
 }  // namespace
 
+// Before any triangulation the query structure is empty (node 1 has type 0): the query raises instead of reading
+// garbage. First in this program, so that no test has triangulated before it (CTest runs each on its own anyway).
+TEST(is_point_inside_polygon, RaisesBeforeAnyTriangulation) {
+  EXPECT_TRUE(qortest::startsWith(raisedText([] { inside(0.5, 0.5); }),
+                                  "locate_endpoint: Internal error [file qor_traptree line "));
+}
+
 // Valid small polygons give exactly n + 2h - 2 counter-clockwise triangles covering them; bad input raises a
 // message naming the problem (and the contour, counted from 1) before any table changes. Catches off-by-one
 // numbering, skipped contours that take rows, holes filled, and missing input checks.
