@@ -1,13 +1,11 @@
-// libFuzzer target for the polygon splitter.
-//
-// Input: byte 0 gives the vertex count (3 to 42), then one byte per
-// coordinate of the vertices, four for the split line, one for the rank of
-// Break and one for the piece size of Divide. The polygon is turned
-// counter-clockwise but otherwise taken as it comes (self-touching and
-// crossing outlines included). Split, Break and Divide must return, and the
-// pieces' signed areas must add up to the polygon's: bridges add edge pairs
-// that cancel, so only the truncation of crossing points to integers moves
-// the sum, by less than one unit times an edge's length per point.
+// libFuzzer target for the polygon splitter. Input: byte 0 gives the vertex
+// count (3 to 42), then one byte per coordinate, four for the split line, one
+// for the rank of Break and one for the piece size of Divide. The polygon is
+// turned counter-clockwise, otherwise taken as it comes (self-touching and
+// crossing outlines included). Every call returns, and the pieces' signed
+// areas add up to the polygon's: bridges add edge pairs that cancel, so only
+// crossing points truncated to integers move the sum, by less than an edge's
+// length per point.
 #include <qor/qor_polysplit.h>
 
 #include <QLine>

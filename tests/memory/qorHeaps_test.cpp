@@ -1,7 +1,6 @@
-// The heaps: the interface's layout and the pass-through heaps; qorHeapCSO's
-// size classes, refills, reuse order, report, bad sizes and fatal munmap
-// report; qorHeapMixed's exact calls to its two heaps, checked with a
-// recording heap, and an oracle run over a qorHeapCSO.
+// The heaps: the pass-through heaps; qorHeapCSO's size classes, refills,
+// reuse order and report; qorHeapMixed's exact calls to its two heaps, checked
+// with a recording heap, and an oracle run over a qorHeapCSO.
 #include <qor/qor_alloc.h>
 #include <qor/qor_heapcnew.h>
 #include <qor/qor_heapcso.h>
