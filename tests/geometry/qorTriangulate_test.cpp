@@ -277,6 +277,8 @@ TEST(qorCheckPolygon, FindsCrossingsAndTouches) {
   const std::vector<std::pair<Polygon, std::string>> cases = {
       {poly({kSquare, kHole}), ""},
       {poly({{{0, 0}, {5, 0}, {10, 0}, {10, 10}, {0, 10}}}), ""},
+      {poly({kSquare, {}, kHole}), ""},
+      {poly({{{0, 0}, {5, 0}, {10, 0}, {5, 5}, {10, 10}, {0, 10}, {5, 5}}}), "contour 1 touches itself near (5, 5)"},
       {poly({{{0, 0}, {10, 10}, {10, 0}, {0, 10}}}), "contour 1 crosses itself near (5, 5)"},
       {poly({kSquare, {{5, 5}, {15, 6}, {15, 4}}}), "contour 2 crosses contour 1 near (10, 5.5)"},
       {poly({kSquare, {{0, 0}, {3, 6}, {6, 3}}}), "contour 2 touches contour 1 near (0, 0)"},
