@@ -43,7 +43,8 @@ const polygen::Polygon& generated(int n) {
   return cache.emplace(n, p).first->second;
 }
 
-polygen::Polygon normalize(const polygen::Polygon& raw) {
+// The peers' input: unlike polygen::normalize, rings of zero area with three or more points stay.
+polygen::Polygon normalizeForPeers(const polygen::Polygon& raw) {
   polygen::Polygon p;
   for (size_t r = 0; r < raw.contours.size(); ++r) {
     polygen::Contour c;
@@ -71,7 +72,7 @@ const std::vector<polygen::Polygon>& fixtures() {
   }
   std::sort(names.begin(), names.end());
   for (const std::string& name : names) {
-    polygen::Polygon p = normalize(polygen::readRings(dir + name));
+    polygen::Polygon p = normalizeForPeers(polygen::readRings(dir + name));
     if (!p.contours.empty()) all.push_back(p);
   }
   return all;

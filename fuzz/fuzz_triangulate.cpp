@@ -1,13 +1,8 @@
-// libFuzzer target for the triangulator.
-//
-// Input: byte 0 gives the number of contours (1 to 4); then each contour is a
-// byte giving its size (3 to 34 points) and one byte per coordinate, on a
-// small grid so that points repeat, edges touch and contours cross. Every run
-// must either triangulate or raise a qorException*, never crash or hang. The
-// ring entry point returns counter-clockwise triangles on input vertices.
-// Where the validity check finds the normalized contours simple, the
-// triangles' areas add up to the polygon's, and the plain triangulator on
-// them gives n + 2h - 2 triangles whose areas add up too.
+// libFuzzer target for the triangulator. Input: byte 0 gives the number of contours (1 to 4); then each contour is
+// a byte giving its size (3 to 34 points) and one byte per coordinate, on a small grid so that points repeat, edges
+// touch and contours cross. Every run triangulates or raises a qorException*, never crashes or hangs; the ring
+// entry point returns counter-clockwise triangles on input vertices. Where the validity check finds the normalized
+// contours simple, the areas add up, and the plain triangulator on them gives n + 2h - 2 triangles that do too.
 #include <qor/qor_exception.h>
 #include <qor/qor_polycheck.h>
 #include <qor/qor_triangulate.h>

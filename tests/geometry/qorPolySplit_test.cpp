@@ -1,5 +1,4 @@
-// PolySplitter: exact pieces for known shapes and odd input as one table, its bookkeeping, and invariants over
-// generated polygons and lines (area kept, each piece on one side of the line, every piece simple, no vertex lost).
+// PolySplitter: exact pieces as one table, its bookkeeping, invariants over generated polygons and lines.
 #include <gtest/gtest.h>
 #include <qor/qor_exception.h>
 #include <qor/qor_polycheck.h>
@@ -165,11 +164,10 @@ TEST(PolySplitter, StateCopiesAndBrokenRings) {
   EXPECT_NE(qortest::raisedText([&] { t.CreateBridge(&t.SplitPoly.front(), nullptr); }), qortest::kNothingRaised);
 }
 
-// Generated simple polygons (combs and zigzags on the integer grid, rounded stars) cut by lines anywhere, through
-// vertices, along edges and axis-parallel, then divided: pieces keep the area (up to the truncation of crossing
-// points), lie on one side of the line, lose no vertex, and are simple polygons when the cut makes no truncation
-// (axis-parallel cuts of combs).
-// Catches lost or misassigned pieces, pieces joined across the line, and bridges that cross.
+// Generated polygons (integer combs and zigzags, rounded stars) cut by lines anywhere, through vertices, along edges
+// and axis-parallel, then divided: pieces keep the area (up to truncated crossing points), lie on one side of the
+// line, lose no vertex, and are simple where no truncation occurs (axis-parallel cuts of combs). Catches lost or
+// misassigned pieces, pieces joined across the line, and bridges that cross.
 TEST(PolySplitter, PropertiesOverGeneratedPolygons) {
   for (unsigned seed = 1; seed <= 150; ++seed) {
     std::mt19937_64 rng(seed);

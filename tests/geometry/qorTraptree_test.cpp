@@ -1,5 +1,4 @@
-// The trapezoidal map's internals: comparisons, the initial map, point location, table limits, phase bounds, the
-// inside test of a trapezoid and the decomposition driven step by step.
+// The trapezoidal map's internals: comparisons, the map, point location, limits, phases, the inside test, steps.
 #include <gtest/gtest.h>
 #include <qor/qor_exception.h>
 #include <qor/qor_traptree.h>
@@ -27,8 +26,7 @@ void oneSegmentMap() {
 
 }  // namespace
 
-// The tolerance applies to y only; x breaks ties exactly (with a tolerance in _max alone). Catches a tolerance on
-// x or a missing one on y.
+// The tolerance applies to y only; x breaks ties exactly (with a tolerance in _max alone).
 TEST(traptree, ComparisonsUseToleranceOnHeightOnly) {
   point_t a = pt(2, 1 + 5e-8), b = pt(1, 1), c = pt(1, 1 - 5e-8), d = pt(1, 1.001), e = pt(1 + 5e-8, 1), out;
   // clang-format off
@@ -93,8 +91,7 @@ TEST(traptree, InitialMapAndLocation) {
             std::string::npos);  // node 9 was issued by nobody: type 0
 }
 
-// Exactly 65535 nodes and 32767 trapezoids can be issued; the next request raises and the next map starts clean.
-// Catches an off-by-one that writes past the tables.
+// Exactly 65535 nodes and 32767 trapezoids can be issued; the next raises, and the next map starts clean.
 TEST(traptree, TablesOverflowWithException) {
   oneSegmentMap();
   int nodes = 7, traps = 4;

@@ -1,5 +1,4 @@
-// The triangulator: triangulate() against tables of small cases and bad input, invariants over generated polygons,
-// the real-world fixtures through the ring entry point, the validity check, the seed, and the map's internals.
+// The triangulator's entry points, the validity check and the seed.
 #include <dirent.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -85,9 +84,8 @@ TEST(is_point_inside_polygon, RaisesBeforeAnyTriangulation) {
                                   "locate_endpoint: Internal error [file qor_traptree line "));
 }
 
-// Valid small polygons give exactly n + 2h - 2 counter-clockwise triangles covering them; bad input raises a
-// message naming the problem (and the contour, counted from 1) before any table changes. Catches off-by-one
-// numbering, skipped contours that take rows, holes filled, and missing input checks.
+// Small valid polygons triangulate exactly; bad input raises a message naming the problem and contour before any
+// table changes. Catches off-by-one numbering, skipped contours that take rows, holes filled, missing input checks.
 TEST(triangulate, SmallCasesAndBadInput) {
   qorTriangulateFixSeed(20261124);
   struct Case {
@@ -132,11 +130,9 @@ TEST(triangulate, SmallCasesAndBadInput) {
   qorTriangulateClockSeed();
 }
 
-// Every shape with and without holes, through both entry points: triangle areas add up to the polygon's area,
-// n + 2h - 2 triangles, the ring entry point takes the rings reversed and closed, and the validity check finds
-// nothing. Catches wrong links in the insertion, wrong diagonals, a sweep that emits clockwise, degenerate or
-// missing triangles, a coverage tolerance that valid input reaches, and point queries that put holes inside or
-// pockets outside. The label gives shape and seed.
+// Every shape with and without holes, through both entry points (rings reversed and closed) and the validity check.
+// Catches wrong links or diagonals, clockwise, degenerate or missing triangles, a coverage tolerance that valid input
+// reaches, and point queries that put holes inside or pockets outside.
 TEST(triangulate, GeneratedPolygonsKeepInvariants) {
   qorTriangulateFixSeed(99);
   std::vector<std::pair<std::string, Polygon>> inputs;
@@ -177,10 +173,8 @@ TEST(triangulate, GeneratedPolygonsKeepInvariants) {
   qorTriangulateClockSeed();
 }
 
-// The fixtures as users have them, through qorTriangulateRings: all triangulate with the areas adding up, except
-// the ones whose edges properly cross, which raise a message naming the rings and the place (qorCheckPolygon finds
-// them too). The simple ones triangulate exactly through triangulate() too, so the coverage tolerance is never
-// reached on valid input. Seeds are fixed and printed.
+// The fixtures through qorTriangulateRings: all cover their area but those whose edges cross, which raise naming the
+// rings and place (qorCheckPolygon finds them too); the simple ones triangulate exactly through triangulate() too.
 TEST(qorTriangulateRings, Fixtures) {
   const std::string dir = std::string(QOR_TEST_DATA_DIR) + "/geometry/polygons/";
   const std::set<std::string> simple = {"building", "dude",    "sample-outline", "eberly-6", "filtered-bridge-jhl",
@@ -314,37 +308,31 @@ TEST(triangulate, FixedSeedReproducesRuns) {
     EXPECT_EQ(order(20261124, n), first) << n;
     EXPECT_TRUE(n <= 3 || order(1, n) != first) << n;
   }
-  std::mt19937_64 rng(3);
-  const Polygon p = polygen::star(rng, 300, 4);
-  const auto first = tricheck::checkTriangulation(p, "first");
-  std::thread([&] {
-    EXPECT_EQ(qorTriangulateLastSeed(), 0);  // this thread has not triangulated yet
-    EXPECT_EQ(tricheck::checkTriangulation(p, "other thread", false), first);
-  }).join();
-  qorTriangulateClockSeed();
-  const long before = time(nullptr);
-  tricheck::checkTriangulation(p, "clock");
-  EXPECT_TRUE(qorTriangulateLastSeed() >= before && qorTriangulateLastSeed() <= time(nullptr));
-}
-
-// The largest polygon in a thread with a 256 KiB stack: catches a walk that recurses once per trapezoid.
-TEST(triangulate, LargestPolygonOnSmallStack) {
-  std::mt19937_64 rng(42);
+  // The other thread has a 256 KiB stack and the largest polygon: catches a walk that recurses per trapezoid.
   static Polygon convex;
-  static size_t made = 0;
+  static tricheck::Triangles first, other;
+  static long seedBefore = -1;
+  std::mt19937_64 rng(42);
   convex.contours = {polygen::starContour(rng, 8191, 0, 0, 1000, 1000, false)};
+  first = tricheck::checkTriangulation(convex, "first");
   pthread_attr_t attr;
   pthread_attr_init(&attr);
   pthread_attr_setstacksize(&attr, 256 * 1024);
   pthread_t thread;
   auto body = [](void*) -> void* {
-    made = tricheck::checkTriangulation(convex, "convex 8191").size();
+    seedBefore = qorTriangulateLastSeed();  // this thread has not triangulated yet
+    other = tricheck::checkTriangulation(convex, "other thread", false);
     return nullptr;
   };
   ASSERT_EQ(pthread_create(&thread, &attr, body, nullptr), 0);
   pthread_join(thread, nullptr);
   pthread_attr_destroy(&attr);
-  EXPECT_EQ(made, 8189u);
+  EXPECT_EQ(seedBefore, 0);
+  EXPECT_EQ(other, first);
+  qorTriangulateClockSeed();
+  const long before = time(nullptr);
+  tricheck::checkTriangulation(convex, "clock");
+  EXPECT_TRUE(qorTriangulateLastSeed() >= before && qorTriangulateLastSeed() <= time(nullptr));
 }
 
 // An irregular star of 8191 vertices passes the input checks and either fits or raises the overflow exception,
@@ -371,5 +359,25 @@ TEST(triangulate, LargeRunsLeaveTablesClean) {
     ++checked;
   }
   EXPECT_GT(checked, 0);
+  qorTriangulateClockSeed();
+}
+
+// Random contours on a small grid (repeated points, collinear runs, crossings, touches, any orientation): each
+// either raises a qorException* or, through either entry point, gives triangles whose areas add up. Catches
+// silently partial covers and unchecked links (ASan checks the writes).
+TEST(qorTriangulateRings, GarbageRaisesOrCovers) {
+  qorTriangulateFixSeed(77);
+  std::mt19937_64 rng(20261123);
+  tricheck::Triangles out;
+  for (int round = 0; round < 1500 && !::testing::Test::HasFailure(); ++round) {
+    const Polygon p = garbage(rng, polygen::uniformInt(rng, 1, 4), 25, polygen::uniformInt(rng, 2, 12));
+    const std::string label = "round " + std::to_string(round), text = ringsRaise(p);
+    if (text.empty()) tricheck::checkRings(p, tricheck::normalize(p), label, -1);
+    EXPECT_TRUE(text.empty() || text.find("[file qor_") != std::string::npos) << label << text;
+    polygen::Flat flat = polygen::flatten(p);
+    if (!strictRaise(flat, out).empty()) continue;
+    out.resize(static_cast<size_t>(triangulate_last_count()));
+    tricheck::checkCover(out, flat.rows, p.vertexCount(), polygen::area(p), label + " strict", false);
+  }
   qorTriangulateClockSeed();
 }
