@@ -7,7 +7,6 @@
 #include <qor/qor_heapcso.h>
 #include <qor/qor_objectalloc.h>
 
-#include <atomic>
 #include <memory>
 #include <thread>
 
@@ -17,36 +16,37 @@ namespace {
 
 class qorMemoryStress : public ::memtest::PageAllocFixture {};
 
-// Runs `threads` workers of random traffic and one reporter until they end.
+// Runs `threads` workers of random traffic; each takes a report after every
+// round, while the others go on allocating. (A reporter thread of its own
+// would walk the page list in a loop and starve the workers of the lock.)
 template <typename Alloc, typename Release, typename PickSize, typename Report>
 void runWorkers(int threads, Alloc alloc, Release release, PickSize pickSize, Report report) {
-  std::atomic<bool> done{false};
   std::vector<std::thread> workers;
   for (int t = 0; t < threads; ++t)
     workers.emplace_back(
-        [&, t] { ::memtest::checkRandomTraffic(1000u + t, 40, 400, alloc, release, pickSize, [] {}); });
-  std::thread reporter([&] {
-    while (!done.load()) report(), std::this_thread::yield();
-  });
+        [&, t] { ::memtest::checkRandomTraffic(1000u + t, 40, 400, alloc, release, pickSize, report); });
   for (std::thread& worker : workers) worker.join();
-  done = true;
-  reporter.join();
 }
 
 TEST_F(qorMemoryStress, ThreadsNeverGetTheSameObjectTwice) {
   std::unique_ptr<qorHeapCSO> heap(new qorHeapCSO);
-  std::vector<std::string> lines;
   auto smallSize = [](std::mt19937& random) { return 8 + random() % 120; };
   for (int threads : {2, 4, 8}) {
     runWorkers(
         threads, [&](unsigned long size) { return heap->Alloc(size); },
         [&](void* p, unsigned long size) { heap->Dealloc2(p, size); }, smallSize,
-        [&] { heap->getFreeListStats(lines), (void)heap->getTotalBytesAllocated(); });
+        [&] {
+          std::vector<std::string> lines;
+          heap->getFreeListStats(lines), (void)heap->getTotalBytesAllocated();
+        });
     // Refills take the page allocator's lock inside the object allocator's.
     runWorkers(
         threads, [](unsigned long size) { return qorOAAlloc(size); },
         [](void* p, unsigned long size) { qorOADealloc(p, size); }, smallSize,
-        [&] { qorOAGetFreeListStats(lines), (void)qorPageAlloc::GetTotalPages(); });
+        [] {
+          std::vector<std::string> lines;
+          qorOAGetFreeListStats(lines), (void)qorPageAlloc::GetTotalPages();
+        });
     // Pages, now and then mixed with a permanent block.
     runWorkers(
         threads, [](unsigned long) { return qorPageAlloc::Alloc(); },
