@@ -234,6 +234,7 @@ TEST(qorTriangulateRings, RepairsAndRefusals) {
       {"counter-clockwise hole", poly({kSquare, {{3, 3}, {7, 3}, {7, 7}, {3, 7}}}), nullptr, 1, 0, 0},
       {"hole touching outer at a vertex", poly({kSquare, {{0, 0}, {3, 6}, {6, 3}}}), nullptr, 0, 0, 2},
       {"hole touching an outer edge", poly({kSquare, {{5, 0}, {4, 5}, {6, 5}}}), nullptr, 0, 0, 0},
+      {"two holes touching an outer edge at one point", poly({kSquare, {{5, 0}, {2, 4}, {4, 4}}, {{5, 0}, {6, 4}, {8, 4}}}), nullptr, 0, 0, 3},
       {"holes sharing an edge", poly({kSquare, {{2, 2}, {2, 8}, {5, 8}, {5, 2}}, {{5, 2}, {5, 8}, {8, 8}, {8, 2}}}), nullptr, 0, 0, 0},
       {"hole sharing part of an outer edge", poly({kSquare, {{2, 0}, {2, 5}, {6, 5}, {6, 0}}}), nullptr, 0, 0, 0},
       {"self-tangent outer", poly({{{0, 0}, {10, 0}, {5, 5}, {10, 10}, {0, 10}, {5, 5}}}), nullptr, 0, 0, 2},
