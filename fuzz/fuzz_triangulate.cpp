@@ -4,7 +4,7 @@
 // entry point returns counter-clockwise triangles on input vertices. Where the validity check finds the normalized
 // contours simple, the areas add up, and the plain triangulator on them gives n + 2h - 2 triangles that do too.
 #include <qor/qor_exception.h>
-#include <qor/qor_polycheck.h>
+#include <qor/qor_rings.h>
 #include <qor/qor_triangulate.h>
 
 #include <cmath>

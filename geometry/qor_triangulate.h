@@ -5,7 +5,9 @@
 // share one process-wide set of tables and take one mutex, so concurrent
 // callers are served one after the other. The tables and the internal steps
 // are declared in qor_traptree.h, which this header does not include (their
-// short global names would clash with a program's own).
+// short global names would clash with a program's own). For rings as users
+// have them (any orientation, touching rings, any size, every thread at once)
+// see qor_rings.h, which this header includes.
 #ifndef QOR_TRIANGULATE_H
 #define QOR_TRIANGULATE_H
 
@@ -13,6 +15,7 @@
 
 #include "qor_base2.h"
 #include "qor_export.h"
+#include "qor_rings.h"
 
 // Triangulates the polygon made of `count` contours; contour c has sizes[c]
 // points. points[1], points[2], ... hold the (x, y) rows of all contours one
@@ -63,51 +66,17 @@ QOR_API qorInt32 triangulate_last_count();
 
 // --- Beside triangulate(): reproducible runs and real-world input. ---
 
-// Every later triangulation in the process (every thread) seeds its random
+// Every later triangulate() in the process (every thread) seeds its random
 // insertion order with `seed` instead of the clock's second, so that a run
 // can be repeated exactly (a bug report, a test, a fuzzer). Only the low 32
 // bits of the seed matter, as for srand48().
 QOR_API void qorTriangulateFixSeed(long seed);
 // Back to the default: each triangulation seeds from the clock's second.
 QOR_API void qorTriangulateClockSeed();
-// The seed that the calling thread's most recent triangulation used (0 before
-// its first): per thread, so another thread's runs never change it. After
-// qorTriangulateRings() it is the seed of the last run it made.
+// The seed that the calling thread's most recent triangulate() used (0 before
+// its first): per thread, so another thread's runs never change it. The ring
+// engine of qor_rings.h draws no random numbers: these calls do not affect it,
+// and it does not change the last seed.
 QOR_API long qorTriangulateLastSeed();
-
-// Triangulates a polygon with holes given as rings of points: ring 0 the outer boundary, the others holes.
-// Any orientation; repeated and closing points allowed; rings may touch each other or themselves at
-// vertices and share collinear runs. Appends 3 vertex numbers per triangle to `triangles` (0-based
-// indices into `points`, counter-clockwise) and returns the number of triangles appended. Raises a
-// qorException* that names the rings and a point near the problem when edges properly cross.
-QOR_API qorInt32 qorTriangulateRings(qorInt32 count, const qorInt32* sizes, const double (*points)[2],
-                                     std::vector<qorInt32>& triangles);
-//
-// How: each ring is normalized (repeated and closing points and the tips of spikes left out, ring 0 turned
-// counter-clockwise and the others clockwise, rings without area dropped) and handed to triangulate(). Only when
-// that fails are the rings rebuilt: a point that lies on another edge is inserted into it, coincident points become
-// one vertex, edges that two rings share (running both ways) cancel, the edges around each shared vertex are
-// paired so that every corner is one wedge of the region, and each such corner is moved a tiny, deterministic
-// distance into its wedge before triangulating; the triangles are then mapped back to the input's indices, where
-// the slivers between moved copies have no area and are left out. A failed run is repeated with up to 8 insertion
-// orders (seeded from the fixed seed, or the clock's second, counting up). Thread-safe: the runs take the
-// triangulator's lock, the rest works on local data.
-// Raises "qorTriangulateRings: ring B crosses ring A near (x, y) (edges cross)" (or "ring A crosses itself")
-// when edges properly cross; a piece of more than 8191 vertices is refused with a message saying so (it is not
-// split); a hole outside every outer boundary, overlapping rings, non-finite coordinates and runs that fail with
-// every insertion order raise clear messages too. The triangles appended always cover the polygon: their areas add
-// up to the outer ring's minus the holes' within rounding. A polygon whose outer ring has no area gives none.
-
-// What qorTriangulateRings() changed in its input before triangulating, in the calling thread's most recent call.
-struct qorRingFixups {
-  qorInt32 ringsReoriented;    // rings whose direction was reversed
-  qorInt32 pointsDropped;      // repeated and closing points and spike tips left out, and the points of dropped rings
-  qorInt32 ringsDropped;       // rings of zero area left out
-  qorInt32 ringsSplit;         // always 0: a ring that touches itself is not split but has its corners separated
-  qorInt32 verticesSeparated;  // corners at vertices shared by rings (or visited twice by one) moved apart
-  qorInt32 retries;            // runs repeated with another insertion order
-};
-// The record of the calling thread's most recent qorTriangulateRings() call (all zero before the first).
-QOR_API qorRingFixups qorTriangulateRingsFixups();
 
 #endif

@@ -1,7 +1,7 @@
 // The polygon commands of the qor tool: triangulate, inside, split, break and
 // divide.
 #include <qor/qor_exception.h>
-#include <qor/qor_polycheck.h>
+#include <qor/qor_rings.h>
 #include <qor/qor_polysplit.h>
 #include <qor/qor_triangulate.h>
 
@@ -151,8 +151,8 @@ int cmdTriangulate(int argc, char** argv) {
       const qorRingFixups f = qorTriangulateRingsFixups();
       method = "rings (" + std::to_string(f.ringsReoriented) + " reoriented, " + std::to_string(f.pointsDropped) +
                " points dropped, " + std::to_string(f.ringsDropped) + " rings dropped, " +
-               std::to_string(f.ringsSplit) + " split, " + std::to_string(f.verticesSeparated) +
-               " vertices separated, " + std::to_string(f.retries) + " retries)";
+               std::to_string(f.pointsMerged) + " points merged, " + std::to_string(f.edgesSplit) + " edges split, " +
+               std::to_string(f.edgesCancelled) + " edges cancelled)";
     }
   } catch (qorException* e) {
     fail(poly.name + ": " + exceptionText(e));

@@ -1,5 +1,7 @@
 #include "qor_triangulate_guard.h"
 
+#include "qor_predicates.h"
+
 #include <qor/qor_assert.h>
 #include <qor/qor_triangulate.h>
 #include <sys/time.h>
@@ -67,12 +69,6 @@ void checkContours(qorInt32 count, const qorInt32* sizes, const double (*rows)[2
   out.vertices = n;
 }
 
-double areaTolerance(double extent, long terms) {
-  // Each cross product of coordinates within `extent` is off by a few units in the last place of extent^2; 64 of
-  // them per term leaves a wide margin over what a valid polygon shows and stays far below any missing triangle.
-  return 64.0 * DBL_EPSILON * static_cast<double>(terms) * extent * extent;
-}
-
 void checkCover(const ContourSummary& s, const double (*rows)[2], const qorInt32 (*triangles)[3], qorInt32 count) {
   double sum = 0;
   for (qorInt32 t = 0; t < count; ++t) {
@@ -90,16 +86,12 @@ namespace {
 std::atomic<bool> seedFixed{false};
 std::atomic<long> fixedSeed{0};
 thread_local long lastSeed = 0;
-thread_local bool threadSeedSet = false;
-thread_local long threadSeed = 0;
 
 }  // namespace
 
 long runSeed() {
   long seed;
-  if (threadSeedSet) {
-    seed = threadSeed;
-  } else if (seedFixed.load(std::memory_order_acquire)) {
+  if (seedFixed.load(std::memory_order_acquire)) {
     seed = fixedSeed.load(std::memory_order_relaxed);
   } else {
     struct timeval now;
@@ -108,11 +100,6 @@ long runSeed() {
   }
   lastSeed = seed;
   return seed;
-}
-
-void setThreadSeed(const long* seed) {
-  threadSeedSet = seed != nullptr;
-  threadSeed = seed != nullptr ? *seed : 0;
 }
 
 }  // namespace qor_internal

@@ -21,22 +21,15 @@ struct ContourSummary {
 // fills `out` otherwise. Counts and sizes are already checked by the caller.
 QOR_HIDDEN void checkContours(qorInt32 count, const qorInt32* sizes, const double (*rows)[2], ContourSummary& out);
 
-// The largest difference between the triangles' and the polygon's doubled area that rounding explains, for
-// `terms` cross products over coordinates within `extent` of the origin.
-QOR_HIDDEN double areaTolerance(double extent, long terms);
-
 // Compares the total area of `count` triangles (1-based rows) with the polygon's and raises
 // "triangulate: the triangles do not cover the polygon (do contours touch or cross?)" when they differ beyond
 // rounding. Triangles are counted by their absolute area, so an inverted or overlapping one cannot hide a gap.
 QOR_HIDDEN void checkCover(const ContourSummary& summary, const double (*rows)[2], const qorInt32 (*triangles)[3],
                            qorInt32 count);
 
-// The seed of the next random insertion order: the calling thread's retry seed if one is set, else the seed fixed
-// by qorTriangulateFixSeed(), else the clock's second. Records it as the thread's last seed.
+// The seed of the next random insertion order: the seed fixed by qorTriangulateFixSeed(), else the clock's second.
+// Records it as the thread's last seed.
 QOR_HIDDEN long runSeed();
-
-// Sets (or, with null, clears) a seed that the calling thread's triangulations use before any other.
-QOR_HIDDEN void setThreadSeed(const long* seed);
 
 }  // namespace qor_internal
 

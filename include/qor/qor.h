@@ -30,8 +30,8 @@
 #include "qor_sysinfo.h"
 
 // Geometry
-#include "qor_polycheck.h"
 #include "qor_polysplit.h"
+#include "qor_rings.h"
 #include "qor_triangulate.h"
 
 #endif

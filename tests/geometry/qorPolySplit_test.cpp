@@ -1,7 +1,7 @@
 // PolySplitter: exact pieces as one table, its bookkeeping, invariants over generated polygons and lines.
 #include <gtest/gtest.h>
 #include <qor/qor_exception.h>
-#include <qor/qor_polycheck.h>
+#include <qor/qor_rings.h>
 #include <qor/qor_polysplit.h>
 
 #include <QLine>

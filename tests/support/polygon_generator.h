@@ -9,6 +9,7 @@
 #include <QJsonDocument>
 #include <algorithm>
 #include <array>
+#include <cfloat>
 #include <cmath>
 #include <random>
 #include <set>
@@ -94,11 +95,14 @@ inline Polygon normalize(const Polygon& raw) {
 using Triangles = std::vector<std::array<int, 3>>;
 
 // What is wrong with `tri` (rows 1..n of `rows`) as a cover of a polygon of `area`, or "": distinct corners in
-// range, counter-clockwise with positive area (unless !positive), none twice, and areas adding up within a relative
-// 1e-9 (not checked when area is NaN).
+// range, counter-clockwise (unless !positive), none twice, and areas adding up within a relative 1e-9 (not checked
+// when area is NaN). Sums in double cannot judge what rounding hides: a triangle too thin for its cross product to
+// have a reliable sign is accepted, and the areas may differ by what rounding explains for the rows' extent.
 inline std::string coverProblem(const Triangles& tri, const std::vector<std::array<double, 2>>& rows, int n,
                                 double area, bool positive = true) {
-  double sum = 0;
+  double sum = 0, lo = INFINITY, hi = -INFINITY;
+  for (int i = 1; i <= n && i < static_cast<int>(rows.size()); ++i)
+    lo = std::min({lo, rows[i][0], rows[i][1]}), hi = std::max({hi, rows[i][0], rows[i][1]});
   std::set<std::array<int, 3>> seen;
   for (size_t i = 0; i < tri.size(); ++i) {
     std::array<int, 3> t = tri[i];
@@ -108,13 +112,15 @@ inline std::string coverProblem(const Triangles& tri, const std::vector<std::arr
         std::max({t[0], t[1], t[2]}) > n)
       return which + " has bad corners";
     const auto &a = rows[t[0]], &b = rows[t[1]], &c = rows[t[2]];
-    const double cross = (b[0] - a[0]) * (c[1] - a[1]) - (b[1] - a[1]) * (c[0] - a[0]);
-    if (!(cross > 0) && positive) return which + " is not counter-clockwise";
+    const double l = (b[0] - a[0]) * (c[1] - a[1]), r = (b[1] - a[1]) * (c[0] - a[0]), cross = l - r;
+    const double unsure = 4 * DBL_EPSILON * (std::fabs(l) + std::fabs(r));  // the sign's error bound
+    if (positive && (cross < -unsure || (cross <= 0 && unsure == 0))) return which + " is not counter-clockwise";
     sum += std::fabs(cross) / 2;
     std::sort(t.begin(), t.end());
     if (!seen.insert(t).second && positive) return which + " appears twice";
   }
-  if (std::fabs(sum - area) > 1e-9 * std::fabs(area))
+  const double rounding = 64 * DBL_EPSILON * static_cast<double>(n + tri.size()) * (hi - lo) * (hi - lo);
+  if (std::fabs(sum - area) > 1e-9 * std::fabs(area) + rounding)
     return "areas " + std::to_string(sum) + " vs " + std::to_string(area);
   return "";
 }

@@ -1,0 +1,183 @@
+#include "qor_predicates.h"
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+namespace qor_internal {
+
+namespace {
+
+// Error-free transformations: each returns a rounded result and the exact rounding error, so that the pair holds
+// the exact value. They rely on IEEE double arithmetic without contraction into fused multiply-adds (the library
+// is built with -ffp-contract=off).
+
+inline void twoSum(double a, double b, double& x, double& y) {
+  x = a + b;
+  const double bv = x - a;
+  const double av = x - bv;
+  y = (a - av) + (b - bv);
+}
+
+inline void twoDiff(double a, double b, double& x, double& y) {
+  x = a - b;
+  const double bv = a - x;
+  const double av = x + bv;
+  y = (a - av) + (bv - b);
+}
+
+inline void split(double a, double& hi, double& lo) {
+  const double c = 134217729.0 * a;  // 2^27 + 1
+  const double big = c - a;
+  hi = c - big;
+  lo = a - hi;
+}
+
+inline void twoProduct(double a, double b, double& x, double& y) {
+  x = a * b;
+  double ah, al, bh, bl;
+  split(a, ah, al);
+  split(b, bh, bl);
+  const double e1 = x - ah * bh;
+  const double e2 = e1 - al * bh;
+  const double e3 = e2 - ah * bl;
+  y = al * bl - e3;
+}
+
+// An exact sum kept as non-overlapping components in increasing magnitude (zeros left out). Adding a component
+// keeps the invariant; the sign of the whole is the sign of its largest component.
+class Expansion {
+ public:
+  void add(double b) {
+    if (b == 0) return;
+    size_t kept = 0;
+    double q = b;
+    for (double e : m_Parts) {
+      double sum, err;
+      twoSum(q, e, sum, err);
+      q = sum;
+      if (err != 0) m_Parts[kept++] = err;
+    }
+    m_Parts.resize(kept);
+    if (q != 0) m_Parts.push_back(q);
+  }
+  // Adds the exact product a * b.
+  void addProduct(double a, double b) {
+    double x, y;
+    twoProduct(a, b, x, y);
+    add(y);
+    add(x);
+  }
+  int sign() const {
+    if (m_Parts.empty()) return 0;
+    return m_Parts.back() > 0 ? 1 : -1;
+  }
+  // Rewrites the components so that there are as few as the value needs (long sums grow them otherwise).
+  void compress() {
+    std::vector<double> parts;
+    parts.swap(m_Parts);
+    for (double e : parts) add(e);
+  }
+  size_t size() const { return m_Parts.size(); }
+
+ private:
+  std::vector<double> m_Parts;
+};
+
+// Adds (a - c) x (b - c), exactly, to `sum`: each difference is split into its rounded value and its error, and
+// the eight partial products are added one by one.
+void addOrientation(Expansion& sum, const Pt& a, const Pt& b, const Pt& c) {
+  double acx, acxt, acy, acyt, bcx, bcxt, bcy, bcyt;
+  twoDiff(a.x, c.x, acx, acxt);
+  twoDiff(a.y, c.y, acy, acyt);
+  twoDiff(b.x, c.x, bcx, bcxt);
+  twoDiff(b.y, c.y, bcy, bcyt);
+  sum.addProduct(acx, bcy);
+  sum.addProduct(acx, bcyt);
+  sum.addProduct(acxt, bcy);
+  sum.addProduct(acxt, bcyt);
+  sum.addProduct(-acy, bcx);
+  sum.addProduct(-acy, bcxt);
+  sum.addProduct(-acyt, bcx);
+  sum.addProduct(-acyt, bcxt);
+}
+
+}  // namespace
+
+double orient2dExact(const Pt& a, const Pt& b, const Pt& c) {
+  // Most undecided cases have exact differences (points on a grid, or collinear runs): two products settle them.
+  double acx, acxt, acy, acyt, bcx, bcxt, bcy, bcyt;
+  twoDiff(a.x, c.x, acx, acxt);
+  twoDiff(a.y, c.y, acy, acyt);
+  twoDiff(b.x, c.x, bcx, bcxt);
+  twoDiff(b.y, c.y, bcy, bcyt);
+  Expansion det;
+  det.addProduct(acx, bcy);
+  det.addProduct(-acy, bcx);
+  if (acxt != 0 || acyt != 0 || bcxt != 0 || bcyt != 0) {
+    det.addProduct(acx, bcyt);
+    det.addProduct(acxt, bcy);
+    det.addProduct(acxt, bcyt);
+    det.addProduct(-acy, bcxt);
+    det.addProduct(-acyt, bcx);
+    det.addProduct(-acyt, bcxt);
+  }
+  return det.sign();
+}
+
+int ringOrientation(const Pt* p, size_t n, double& estimate) {
+  // Each term's estimate is off by at most kOrientBound times its magnitude sum, and adding n terms adds at most
+  // n units of rounding of the largest partial sum: beyond that bound the estimate's sign is the exact one.
+  double total = 0, magnitude = 0;
+  const Pt& o = p[0];
+  for (size_t i = 1; i + 1 < n; ++i) {
+    const double left = (p[i].x - o.x) * (p[i + 1].y - o.y);
+    const double right = (p[i].y - o.y) * (p[i + 1].x - o.x);
+    total += left - right;
+    magnitude += std::fabs(left) + std::fabs(right);
+  }
+  estimate = total;
+  const double bound = (static_cast<double>(n) + 4.0) * DBL_EPSILON * magnitude;
+  if (total > bound) return 1;
+  if (total < -bound) return -1;
+  Expansion exact;
+  for (size_t i = 1; i + 1 < n; ++i) {
+    addOrientation(exact, p[i], p[i + 1], o);
+    if (exact.size() > 64) exact.compress();
+  }
+  return exact.sign();
+}
+
+bool exactRange(double largest, double smallest) {
+  return largest <= 0x1p+200 && (smallest == 0 || smallest >= 0x1p-400);
+}
+
+double exactScale(double largest, double smallest) {
+  if (largest == 0 || exactRange(largest, smallest)) return 1.0;
+  if (smallest != 0 && largest / smallest > 0x1p+400) return 0.0;
+  int e = 0;
+  std::frexp(largest, &e);  // largest = f * 2^e, f in [0.5, 1): scaled, it lies in [1, 2)
+  return std::ldexp(1.0, 1 - e);
+}
+
+double areaTolerance(double extent, long terms) {
+  // Each cross product of coordinates within `extent` is off by a few units in the last place of extent^2; 64 of
+  // them per term leaves a wide margin over what a valid polygon shows and stays far below any missing triangle.
+  return 64.0 * DBL_EPSILON * static_cast<double>(terms) * extent * extent;
+}
+
+Pt crossingPoint(const Pt& a, const Pt& b, const Pt& c, const Pt& d) {
+  // Estimates, not orient2d(): its slow path returns signs only.
+  const double da = (c.x - a.x) * (d.y - a.y) - (c.y - a.y) * (d.x - a.x);
+  const double db = (c.x - b.x) * (d.y - b.y) - (c.y - b.y) * (d.x - b.x);
+  const double t = da == db ? 0.5 : da / (da - db);
+  Pt x{a.x + t * (b.x - a.x), a.y + t * (b.y - a.y)};
+  // Rounding may leave the point a hair outside either segment's box; keep it inside both.
+  x.x = std::min(std::max(x.x, std::max(std::min(a.x, b.x), std::min(c.x, d.x))),
+                 std::min(std::max(a.x, b.x), std::max(c.x, d.x)));
+  x.y = std::min(std::max(x.y, std::max(std::min(a.y, b.y), std::min(c.y, d.y))),
+                 std::min(std::max(a.y, b.y), std::max(c.y, d.y)));
+  return x;
+}
+
+}  // namespace qor_internal

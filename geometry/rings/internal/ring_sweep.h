@@ -1,0 +1,179 @@
+// Internal: the ring engine behind qorTriangulateRings() and qorCheckPolygon().
+//
+// A RingModel holds the rings of one call, built once and read by every stage: the kept points (scaled by a power
+// of two into the range where orientation tests are exact), their rings, and the map back to the caller's indices.
+// A RingSweep sweeps the model's edges from bottom to top in (y, x) order. Coincident points become one node; a node
+// that lies inside an active edge splits it; edges that leave a node in the same direction are bundled until the
+// shorter one ends. The active edges are kept in order along the sweep line in a skip list, each with the winding
+// number of the region to its right, so every region knows whether it belongs to the polygon. Each region of the
+// polygon keeps the lower boundary of its untriangulated part (its front: a chain whose inner points are all
+// reflex), and every node that reaches a region cuts off the triangles it can see. Adjacent edges are tested for
+// crossings whenever they become adjacent, which finds the lowest proper crossing.
+#ifndef QOR_RING_SWEEP_H
+#define QOR_RING_SWEEP_H
+
+#include <qor/qor_base2.h>
+#include <qor/qor_export.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "../../internal/qor_predicates.h"
+
+namespace qor_internal {
+
+struct RingModel {
+  std::vector<Pt> pts;              // kept points, ring after ring, scaled
+  std::vector<qorInt32> orig;       // each kept point's index among the caller's points
+  std::vector<qorInt32> ringOf;     // each kept point's ring, as the caller numbers rings (from 0)
+  std::vector<qorInt32> next;       // the following point of its ring
+  std::vector<qorInt32> prev;       // the preceding point of its ring
+  std::vector<int8_t> sign;         // each kept point's ring direction: +1 as given, -1 reversed
+  double scale = 1;                 // kept coordinates are the caller's times this power of two
+  double originX = 0, originY = 0;  // a point near the kept points (scaled), for area sums
+  double extent = 0;                // the largest coordinate difference from the origin (scaled)
+  double twiceArea = 0;             // twice the region's area (scaled): the outer ring's minus the holes'
+  void clear();
+  qorInt32 size() const { return static_cast<qorInt32>(pts.size()); }
+  // Appends one ring of points (already scaled) with its caller's ring number and direction.
+  void addRing(const Pt* p, const qorInt32* origin, qorInt32 n, qorInt32 ring, int8_t direction);
+  // For each ring number, whether `q` lies strictly inside that ring (a point on its boundary does not).
+  std::vector<bool> ringsAround(const Pt& q) const;
+};
+
+enum class SweepMode {
+  Check,  // find touches and crossings only
+  Rings,  // triangulate the region of winding number 1; raise where edges cross or windings leave 0 and 1
+};
+
+// Where two edges meet other than consecutive edges at their shared point, in the caller's coordinates.
+struct Contact {
+  enum Kind { None, Touch, Cross } kind = None;
+  qorInt32 ringA = -1, ringB = -1;  // caller's ring numbers from 0, ringA <= ringB
+  double x = 0, y = 0;              // the contact point (a crossing's is computed in double)
+};
+
+struct SweepCounts {
+  qorInt32 pointsMerged = 0, edgesSplit = 0, edgesCancelled = 0;
+};
+
+class QOR_HIDDEN RingSweep {
+ public:
+  // Check mode: the lowest touch and the lowest crossing.
+  void check(const RingModel& model, Contact& touch, Contact& cross);
+  // Rings mode: appends the triangles (caller's indices) to `out` and sets `twiceArea` to their doubled total area
+  // (scaled coordinates). Raises with messages that start with `prefix`. `counts` is filled as the sweep goes,
+  // also when it raises.
+  void triangulate(const RingModel& model, const char* prefix, std::vector<qorInt32>& out, SweepCounts& counts,
+                   double& twiceArea);
+
+ private:
+  struct Edge {
+    qorInt32 lo, hi;   // nodes, lo before hi in the sweep
+    qorInt32 delta;    // winding change from its right to its left: +1 running up, -1 running down (bundles sum)
+    qorInt32 ring;     // caller's ring number
+    qorInt32 partner;  // the ring of another edge bundled with it, or -1
+    qorInt32 slot;     // its place in the status, or -1
+    qorInt32 extra;    // the next edge that starts at the same node after a split, or -1
+  };
+  struct Slot {
+    qorInt32 edge;
+    qorInt32 wRight;    // winding number right of the edge
+    qorInt32 interval;  // the polygon region right of the edge, or -1
+    qorInt32 height;    // skip-list levels
+    qorInt32 prev, next;
+  };
+  struct FrontNode {
+    qorInt32 node, prev, next;
+  };
+  struct Interval {
+    qorInt32 left, right, helper;  // front nodes; helper is the most recent node that reached the region
+  };
+
+  void prepare(const RingModel& model, SweepMode mode);
+  void sortNodes();
+  void sweep();
+  void event(qorInt32 p);
+  void collect(qorInt32 e, qorInt32 p, qorInt32& anySlot);
+  bool passesThrough(qorInt32 slot, qorInt32 p) const;
+  qorInt32 splitAt(qorInt32 slot, qorInt32 p);
+  void sortUp(qorInt32 p);
+  void bundleUp(qorInt32 p);
+  void checkThrough(qorInt32 p);
+  void crossTest(qorInt32 leftSlot, qorInt32 rightSlot);
+  bool inside(qorInt32 winding, qorInt32 p, qorInt32 leftEdge, qorInt32 rightEdge);
+
+  // Status: a skip list of slots, slot 0 its head (left of everything).
+  qorInt32 newSlot(qorInt32 edge);
+  void insertAfter(qorInt32 at, qorInt32 slot);
+  void erase(qorInt32 slot);
+  qorInt32 search(const Pt& p) const;
+  qorInt32& up(qorInt32 slot, qorInt32 level) { return m_Up[static_cast<size_t>(slot) * kLevels + level]; }
+  qorInt32 up(qorInt32 slot, qorInt32 level) const { return m_Up[static_cast<size_t>(slot) * kLevels + level]; }
+
+  // Fronts.
+  qorInt32 newFront(qorInt32 node);
+  qorInt32 newInterval(qorInt32 node);
+  qorInt32 allocInterval(const Interval& interval);
+  void addRight(qorInt32 interval, qorInt32 p);
+  void addLeft(qorInt32 interval, qorInt32 p);
+  void close(qorInt32 interval, qorInt32 p);
+  void merge(qorInt32 left, qorInt32 right);
+  qorInt32 split(qorInt32 interval, qorInt32 p);
+  void emit(qorInt32 a, qorInt32 b, qorInt32 c);
+
+  [[noreturn]] void fail(const std::string& detail, unsigned long line) const;
+  std::string regionProblem(qorInt32 winding, qorInt32 p, qorInt32 leftEdge, qorInt32 rightEdge) const;
+  void touch(qorInt32 p, qorInt32 ringA, qorInt32 ringB);
+  void cross(const Pt& at, qorInt32 ringA, qorInt32 ringB);
+  const Pt& pt(qorInt32 node) const { return m_NodePt[static_cast<size_t>(node)]; }
+
+  static constexpr qorInt32 kLevels = 12;
+  static constexpr qorInt32 kNil = -1;
+
+  const RingModel* m_Model = nullptr;
+  SweepMode m_Mode = SweepMode::Check;
+  const char* m_Prefix = "";
+  std::vector<qorInt32>* m_Out = nullptr;
+  SweepCounts* m_Counts = nullptr;
+  Contact m_Touch, m_Cross;
+  Pt m_CrossAt{0, 0};     // the lowest crossing, scaled
+  double m_Area = 0;      // twice the area of the triangles emitted so far
+  std::string m_Problem;  // the first region covered other than once or not at all
+
+  std::vector<qorInt32> m_Order;      // kept points in sweep order
+  std::vector<qorInt32> m_NodeStart;  // node p holds m_Order[m_NodeStart[p] .. m_NodeStart[p + 1])
+  std::vector<Pt> m_NodePt;
+  std::vector<qorInt32> m_NodeOrig;   // the caller's index of each node's first point
+  std::vector<qorInt32> m_NodeOf;     // kept point -> node
+  std::vector<qorInt32> m_ExtraHead;  // node -> first edge that starts there after a split
+  std::vector<Edge> m_Edges;          // edge i < model size runs from kept point i to the next point of its ring
+
+  std::vector<Slot> m_Slots;
+  std::vector<qorInt32> m_Up;
+  std::vector<qorInt32> m_FreeSlots;
+  qorInt32 m_TopLevel = 1;
+  uint32_t m_Random = 1;
+
+  std::vector<FrontNode> m_Front;
+  std::vector<Interval> m_Intervals;
+  std::vector<qorInt32> m_FreeIntervals;
+
+  std::vector<qorInt32> m_U;         // edges that start at the current node, left to right
+  std::vector<qorInt32> m_Through;   // edges that pass through the current node, in status order
+  std::vector<qorInt32> m_Regions;   // scratch: intervals of the regions around the new edges
+  std::vector<qorInt32> m_Windings;  // scratch: their winding numbers
+  struct Key {
+    double y, x;
+    qorInt32 point;
+  };
+  std::vector<Key> m_Keys;
+};
+
+// The calling thread's engine, whose storage stays between calls.
+QOR_HIDDEN RingSweep& threadSweep();
+
+}  // namespace qor_internal
+
+#endif
