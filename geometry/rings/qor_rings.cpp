@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <memory>
 
 #include "internal/ring_sweep.h"
 
@@ -19,21 +20,65 @@ const char kUnit[] = "qor_rings";
 const char kRingsPrefix[] = "qorTriangulateRings: ";
 const char kOutOfRange[] = "the coordinates are out of range (their magnitudes span more than 2^400)";
 constexpr long long kMostPoints = 1LL << 30;
-
-thread_local qorRingFixups lastFixups;
+// Above this many points a call gives its thread's storage back when it ends.
+constexpr qorInt32 kKeptPoints = 1 << 16;
 
 [[noreturn]] void ringsFailed(const std::string& detail, unsigned long line) {
   qorThrowComposed(kRingsPrefix, detail.c_str(), kUnit, line);
 }
 
+// Everything a thread's calls keep between them.
+struct ThreadRings {
+  qor_internal::RingSweep sweep;
+  RingModel model;
+  RingModel single;  // one ring on its own
+  qorRingFixups fixups{};
+};
+
+// A pointer in initial-exec TLS (one load a call; eight bytes, which glibc's reserve for libraries loaded with
+// dlopen covers) to storage that an owner object of the thread releases when the thread ends.
+__attribute__((tls_model("initial-exec"))) thread_local ThreadRings* t_Rings = nullptr;
+
+struct RingsOwner {
+  std::unique_ptr<ThreadRings> rings;
+  ~RingsOwner() { t_Rings = nullptr; }
+};
+
+RingsOwner& ringsOwner() {
+  static thread_local RingsOwner owner;
+  return owner;
+}
+
+ThreadRings& threadRings() {
+  if (t_Rings != nullptr) return *t_Rings;
+  RingsOwner& owner = ringsOwner();
+  owner.rings.reset(new ThreadRings());
+  t_Rings = owner.rings.get();
+  return *t_Rings;
+}
+
+// Gives the thread's storage back after a call that made it large, so that one big polygon does not pin memory.
+void releaseIfLarge(qorInt32 points) {
+  if (points <= kKeptPoints || t_Rings == nullptr) return;
+  const qorRingFixups fixups = t_Rings->fixups;
+  ringsOwner().rings.reset(new ThreadRings());
+  t_Rings = ringsOwner().rings.get();
+  t_Rings->fixups = fixups;
+}
+
 // Publishes what the call found as the thread's record on every way out of it, raising or not.
 class FixupsRecord {
  public:
-  FixupsRecord() { lastFixups = qorRingFixups{}; }
-  ~FixupsRecord() { lastFixups = fixups; }
+  explicit FixupsRecord(ThreadRings& rings) : m_Rings(rings) { m_Rings.fixups = qorRingFixups{}; }
+  ~FixupsRecord() {
+    if (t_Rings != nullptr) t_Rings->fixups = fixups;
+  }
   FixupsRecord(const FixupsRecord&) = delete;
   FixupsRecord& operator=(const FixupsRecord&) = delete;
   qorRingFixups fixups{};
+
+ private:
+  ThreadRings& m_Rings;
 };
 
 // Takes back what a call appended to the caller's vector unless the call completes.
@@ -54,95 +99,79 @@ class AppendGuard {
   bool m_Kept = false;
 };
 
-// The storage of the calling thread's calls.
-struct Workspace {
-  RingModel model;
-  RingModel single;  // one ring on its own
-  std::vector<Pt> ring;
-  std::vector<qorInt32> origin;
-};
-
-Workspace& threadWorkspace() {
-  static thread_local Workspace workspace;
-  return workspace;
-}
-
-// The largest and the smallest non-zero coordinate magnitude of the non-empty rings, which decide the scale.
+// The largest and the smallest non-zero coordinate magnitude, which decide the scale.
 struct Magnitudes {
-  double largest = 0, smallest = 0;
+  double largest = 0, smallest = INFINITY;
   void add(double v) {
     const double a = std::fabs(v);
-    largest = std::max(largest, a);
-    if (a != 0 && (smallest == 0 || a < smallest)) smallest = a;
+    largest = a > largest ? a : largest;
+    smallest = a != 0 && a < smallest ? a : smallest;
   }
+  double scale() const { return qor_internal::exactScale(largest, smallest == INFINITY ? 0 : smallest); }
 };
 
-// The ring's points scaled, without a point equal to the one before it (the first compared with the last).
-// Returns how many were left out.
-qorInt32 cleanRing(const double (*points)[2], qorInt32 first, qorInt32 size, double scale, std::vector<Pt>& ring,
-                   std::vector<qorInt32>& origin) {
-  ring.clear();
-  origin.clear();
+// Writes the ring's points, scaled, to the model's free space, without a point equal to the one before it (the
+// first compared with the last). Returns how many points were written.
+qorInt32 writeRing(RingModel& model, const double (*points)[2], qorInt32 first, qorInt32 size) {
+  Pt* out = model.pts.data() + model.count;
+  qorInt32* origin = model.orig.data() + model.count;
+  const double scale = model.scale;
+  qorInt32 k = 0;
   for (qorInt32 i = first; i < first + size; ++i) {
     const Pt p{points[i][0] * scale, points[i][1] * scale};
-    if (!ring.empty() && ring.back().x == p.x && ring.back().y == p.y) continue;
-    ring.push_back(p);
-    origin.push_back(i);
+    if (k > 0 && out[k - 1].x == p.x && out[k - 1].y == p.y) continue;
+    out[k] = p;
+    origin[k++] = i;
   }
-  while (ring.size() > 1 && ring.back().x == ring.front().x && ring.back().y == ring.front().y) {
-    ring.pop_back();
-    origin.pop_back();
-  }
-  return size - static_cast<qorInt32>(ring.size());
+  while (k > 1 && out[k - 1].x == out[0].x && out[k - 1].y == out[0].y) --k;
+  return k;
 }
 
-// The origin (the lower left corner) and extent of the model's points, for the area check.
-void measure(RingModel& model) {
+std::string near(double x, double y) {
+  char where[80];
+  std::snprintf(where, sizeof(where), " near (%.10g, %.10g)", x, y);
+  return where;
+}
+
+// A ring without area is left out, unless its edges cross: then its lobes cancel, and that is an error.
+void raiseIfCrossing(ThreadRings& rings, qorInt32 first, qorInt32 k, qorInt32 ring) {
+  RingModel& single = rings.single;
+  const RingModel& model = rings.model;
+  single.begin(k, model.scale);
+  std::copy(model.pts.begin() + first, model.pts.begin() + first + k, single.pts.begin());
+  std::copy(model.orig.begin() + first, model.orig.begin() + first + k, single.orig.begin());
+  single.keepRing(k, ring, 1);
+  Contact touch, cross;
+  rings.sweep.check(single, touch, cross);
+  if (cross.kind == Contact::Cross)
+    ringsFailed("ring " + std::to_string(ring + 1) + " crosses itself" + near(cross.x, cross.y) + " (edges cross)",
+                __LINE__);
+}
+
+// The largest coordinate difference among the model's points.
+double extentOf(const RingModel& model) {
   double minX = INFINITY, minY = INFINITY, maxX = -INFINITY, maxY = -INFINITY;
-  for (const Pt& p : model.pts) {
+  for (qorInt32 i = 0; i < model.count; ++i) {
+    const Pt& p = model.pts[static_cast<size_t>(i)];
     minX = std::min(minX, p.x), maxX = std::max(maxX, p.x);
     minY = std::min(minY, p.y), maxY = std::max(maxY, p.y);
   }
-  model.originX = minX;
-  model.originY = minY;
-  model.extent = std::max(maxX - minX, maxY - minY);
-}
-
-// Gives the thread's storage back when a call made it large, so that one big polygon does not pin its memory.
-void trim(Workspace& w) {
-  if (w.model.pts.capacity() <= (1u << 16)) return;
-  w.model = RingModel();
-  w.single = RingModel();
-  w.ring = std::vector<Pt>();
-  w.origin = std::vector<qorInt32>();
-}
-
-void raiseIfCrossing(Workspace& w, qorInt32 ring, double scale) {
-  w.single.clear();
-  w.single.scale = scale;
-  w.single.addRing(w.ring.data(), w.origin.data(), static_cast<qorInt32>(w.ring.size()), ring, 1);
-  Contact touch, cross;
-  qor_internal::threadSweep().check(w.single, touch, cross);
-  if (cross.kind != Contact::Cross) return;
-  char where[80];
-  std::snprintf(where, sizeof(where), " near (%.10g, %.10g)", cross.x, cross.y);
-  ringsFailed("ring " + std::to_string(ring + 1) + " crosses itself" + where + " (edges cross)", __LINE__);
+  return std::max(maxX - minX, maxY - minY);
 }
 
 std::string describe(const Contact& c) {
   if (c.kind == Contact::None) return std::string();
-  char where[80];
-  std::snprintf(where, sizeof(where), " near (%.10g, %.10g)", c.x, c.y);
   std::string text = "contour " + std::to_string(c.ringB + 1) + (c.kind == Contact::Cross ? " crosses " : " touches ");
   text += c.ringA == c.ringB ? std::string("itself") : "contour " + std::to_string(c.ringA + 1);
-  return text + where;
+  return text + near(c.x, c.y);
 }
 
 }  // namespace
 
 qorInt32 qorTriangulateRings(qorInt32 count, const qorInt32* sizes, const double (*points)[2],
                              std::vector<qorInt32>& triangles) {
-  FixupsRecord record;
+  ThreadRings& rings = threadRings();
+  FixupsRecord record(rings);
   qorRingFixups& fixups = record.fixups;
   if (count < 1) ringsFailed("the ring count must be at least 1", __LINE__);
   if (sizes == nullptr || points == nullptr) ringsFailed("null sizes or points", __LINE__);
@@ -165,70 +194,67 @@ qorInt32 qorTriangulateRings(qorInt32 count, const qorInt32* sizes, const double
     }
     first += std::max(sizes[r], 0);
   }
-  const double scale = qor_internal::exactScale(magnitudes.largest, magnitudes.smallest);
+  const double scale = magnitudes.scale();
   if (scale == 0) ringsFailed(kOutOfRange, __LINE__);
 
-  Workspace& w = threadWorkspace();
-  RingModel& model = w.model;
-  model.clear();
-  model.scale = scale;
-  bool outerKept = false;
+  RingModel& model = rings.model;
+  model.begin(static_cast<qorInt32>(total), scale);
   qorInt32 firstWithArea = -1;
   for (qorInt32 r = 0, first = 0; r < count; first += std::max(sizes[r], 0), ++r) {
     if (sizes[r] <= 0) continue;
-    fixups.pointsDropped += cleanRing(points, first, sizes[r], scale, w.ring, w.origin);
+    const qorInt32 k = writeRing(model, points, first, sizes[r]);
+    fixups.pointsDropped += sizes[r] - k;
     double twice = 0;
-    const int orientation = w.ring.size() >= 3 ? qor_internal::ringOrientation(w.ring.data(), w.ring.size(), twice) : 0;
+    const int orientation =
+        k >= 3 ? qor_internal::ringOrientation(model.pts.data() + model.count, static_cast<size_t>(k), twice) : 0;
     if (orientation == 0) {
-      // A ring without area is left out, unless its edges cross: then its lobes cancel, and that is an error.
-      if (w.ring.size() >= 3) raiseIfCrossing(w, r, scale);
+      if (k >= 3) raiseIfCrossing(rings, model.count, k, r);
       ++fixups.ringsDropped;
-      fixups.pointsDropped += static_cast<qorInt32>(w.ring.size());
+      fixups.pointsDropped += k;
       continue;
     }
     const int wanted = r == 0 ? 1 : -1;
     if (orientation != wanted) ++fixups.ringsReoriented;
     model.twiceArea += wanted * std::fabs(twice);
-    model.addRing(w.ring.data(), w.origin.data(), static_cast<qorInt32>(w.ring.size()), r,
-                  static_cast<int8_t>(orientation == wanted ? 1 : -1));
-    outerKept = outerKept || r == 0;
+    model.keepRing(k, r, static_cast<int8_t>(orientation == wanted ? 1 : -1));
     if (firstWithArea < 0) firstWithArea = r;
   }
   if (firstWithArea < 0) return 0;
-  if (!outerKept)
+  if (firstWithArea != 0)
     ringsFailed("ring 1, the outer ring, has no area, but ring " + std::to_string(firstWithArea + 1) + " has",
                 __LINE__);
-  measure(model);
 
   AppendGuard appended(triangles);
-  triangles.reserve(triangles.size() + 3 * (static_cast<size_t>(model.size()) + 2 * static_cast<size_t>(count)));
   qor_internal::SweepCounts counts;
   double twiceCovered = 0;
   try {
-    qor_internal::threadSweep().triangulate(model, kRingsPrefix, triangles, counts, twiceCovered);
+    rings.sweep.triangulate(model, kRingsPrefix, triangles, counts, twiceCovered);
   } catch (...) {
     fixups.pointsMerged = counts.pointsMerged, fixups.edgesSplit = counts.edgesSplit;
     fixups.edgesCancelled = counts.edgesCancelled;
-    trim(w);
+    releaseIfLarge(model.count);
     throw;
   }
   fixups.pointsMerged = counts.pointsMerged, fixups.edgesSplit = counts.edgesSplit;
   fixups.edgesCancelled = counts.edgesCancelled;
-  const long terms = static_cast<long>(model.size()) + static_cast<long>(appended.appended() / 3);
-  const double tolerance = qor_internal::areaTolerance(model.extent, terms);
-  trim(w);
-  if (!(std::fabs(twiceCovered - model.twiceArea) <= tolerance))
+  // The triangles' areas must add up to the region's: the sweep's own invariant, checked independently.
+  const long terms = static_cast<long>(model.count) + static_cast<long>(appended.appended() / 3);
+  const double tolerance = qor_internal::areaTolerance(extentOf(model), terms);
+  const double twiceArea = model.twiceArea;
+  releaseIfLarge(model.count);
+  if (!(std::fabs(twiceCovered - twiceArea) <= tolerance))
     ringsFailed("the triangles do not cover the polygon (do rings overlap?)", __LINE__);
   appended.keep();
   return static_cast<qorInt32>(appended.appended() / 3);
 }
 
-qorRingFixups qorTriangulateRingsFixups() { return lastFixups; }
+qorRingFixups qorTriangulateRingsFixups() { return t_Rings != nullptr ? t_Rings->fixups : qorRingFixups{}; }
 
 std::string qorCheckPolygon(qorInt32 count, const qorInt32* sizes, const double (*points)[2]) {
   if (count > 0 && (sizes == nullptr || points == nullptr))
     qorThrow("qorCheckPolygon: null sizes or points", kUnit, __LINE__);
   Magnitudes magnitudes;
+  long long total = 0;
   for (qorInt32 c = 0, first = 0; c < count; ++c) {
     const qorInt32 k = sizes[c];
     if (k <= 0) continue;
@@ -240,19 +266,21 @@ std::string qorCheckPolygon(qorInt32 count, const qorInt32* sizes, const double 
       magnitudes.add(points[i][1]);
     }
     first += k;
+    total += k;
   }
-  const double scale = qor_internal::exactScale(magnitudes.largest, magnitudes.smallest);
+  const double scale = magnitudes.scale();
   if (scale == 0) return kOutOfRange;
+  if (total > kMostPoints) return "more than 2^30 points";
 
-  Workspace& w = threadWorkspace();
-  RingModel& model = w.model;
-  model.clear();
-  model.scale = scale;
+  ThreadRings& rings = threadRings();
+  RingModel& model = rings.model;
+  model.begin(static_cast<qorInt32>(total), scale);
   // A point repeated right after itself is a touch of its own.
   Contact repeated;
   for (qorInt32 c = 0, first = 0; c < count; first += std::max(sizes[c], 0), ++c) {
     if (sizes[c] <= 0) continue;
-    if (cleanRing(points, first, sizes[c], scale, w.ring, w.origin) > 0) {
+    const qorInt32 k = writeRing(model, points, first, sizes[c]);
+    if (k < sizes[c]) {
       for (qorInt32 i = 0; i < sizes[c]; ++i) {
         const double* p = points[first + i];
         const double* q = points[first + (i + 1) % sizes[c]];
@@ -261,11 +289,11 @@ std::string qorCheckPolygon(qorInt32 count, const qorInt32* sizes, const double 
           repeated = Contact{Contact::Touch, c, c, p[0], p[1]};
       }
     }
-    if (w.ring.size() >= 2) model.addRing(w.ring.data(), w.origin.data(), static_cast<qorInt32>(w.ring.size()), c, 1);
+    if (k >= 2) model.keepRing(k, c, 1);
   }
   Contact touch, cross;
-  qor_internal::threadSweep().check(model, touch, cross);
-  trim(w);
+  rings.sweep.check(model, touch, cross);
+  releaseIfLarge(model.count);
   if (cross.kind == Contact::Cross) return describe(cross);
   if (touch.kind == Contact::None ||
       (repeated.kind == Contact::Touch && (repeated.y < touch.y || (repeated.y == touch.y && repeated.x < touch.x))))

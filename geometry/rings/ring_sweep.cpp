@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 
 namespace qor_internal {
 
@@ -13,6 +14,20 @@ const char kUnit[] = "qor_rings";
 
 // Sweep order: by y, then x. Equal points are one node.
 inline bool below(const Pt& a, const Pt& b) { return a.y < b.y || (a.y == b.y && a.x < b.x); }
+
+inline bool keyBefore(const RingSweep::Key& a, const RingSweep::Key& b) {
+  if (a.y != b.y) return a.y < b.y;
+  if (a.x != b.x) return a.x < b.x;
+  return a.point < b.point;
+}
+
+// The bits of a double as an unsigned number in the same order (-0 taken as +0).
+inline uint64_t orderBits(double d) {
+  d += 0.0;
+  uint64_t b;
+  std::memcpy(&b, &d, sizeof(b));
+  return (b >> 63) != 0 ? ~b : b | 0x8000000000000000ull;
+}
 
 std::string near(double x, double y) {
   char text[80];
@@ -24,33 +39,39 @@ std::string near(double x, double y) {
 
 // --- The model --------------------------------------------------------------------------------------------------
 
-void RingModel::clear() {
-  pts.clear();
-  orig.clear();
-  ringOf.clear();
-  next.clear();
-  prev.clear();
-  sign.clear();
-  scale = 1;
-  originX = originY = extent = twiceArea = 0;
+void RingModel::begin(qorInt32 capacity, double scaleBy) {
+  const size_t n = static_cast<size_t>(capacity);
+  if (pts.size() < n) {
+    pts.resize(n);
+    orig.resize(n);
+    ringOf.resize(n);
+    next.resize(n);
+    prev.resize(n);
+    sign.resize(n);
+  }
+  count = 0;
+  scale = scaleBy;
+  extent = twiceArea = 0;
 }
 
-void RingModel::addRing(const Pt* p, const qorInt32* origin, qorInt32 n, qorInt32 ring, int8_t direction) {
-  const qorInt32 first = size();
-  for (qorInt32 i = 0; i < n; ++i) {
-    pts.push_back(p[i]);
-    orig.push_back(origin[i]);
-    ringOf.push_back(ring);
-    next.push_back(i + 1 < n ? first + i + 1 : first);
-    prev.push_back(i > 0 ? first + i - 1 : first + n - 1);
-    sign.push_back(direction);
+void RingModel::keepRing(qorInt32 n, qorInt32 ring, int8_t direction) {
+  const qorInt32 first = count, last = count + n - 1;
+  for (qorInt32 i = first; i <= last; ++i) {
+    const size_t at = static_cast<size_t>(i);
+    ringOf[at] = ring;
+    next[at] = i + 1;
+    prev[at] = i - 1;
+    sign[at] = direction;
   }
+  next[static_cast<size_t>(last)] = first;
+  prev[static_cast<size_t>(first)] = last;
+  count += n;
 }
 
 std::vector<bool> RingModel::ringsAround(const Pt& q) const {
-  const size_t rings = ringOf.empty() ? 0 : static_cast<size_t>(ringOf.back()) + 1;
+  const size_t rings = count == 0 ? 0 : static_cast<size_t>(ringOf[static_cast<size_t>(count) - 1]) + 1;
   std::vector<bool> inside(rings, false), boundary(rings, false);
-  for (qorInt32 i = 0; i < size(); ++i) {
+  for (qorInt32 i = 0; i < count; ++i) {
     const size_t r = static_cast<size_t>(ringOf[static_cast<size_t>(i)]);
     const Pt& a = pts[static_cast<size_t>(i)];
     const Pt& b = pts[static_cast<size_t>(next[static_cast<size_t>(i)])];
@@ -70,7 +91,7 @@ std::vector<bool> RingModel::ringsAround(const Pt& q) const {
 void RingSweep::check(const RingModel& model, Contact& touch, Contact& cross) {
   SweepCounts counts;
   m_Counts = &counts;
-  m_Out = nullptr;
+  m_Out = m_OutStart = nullptr;
   prepare(model, SweepMode::Check);
   sweep();
   touch = m_Touch;
@@ -81,9 +102,14 @@ void RingSweep::triangulate(const RingModel& model, const char* prefix, std::vec
                             double& twiceArea) {
   m_Prefix = prefix;
   m_Counts = &counts;
-  m_Out = &out;
   prepare(model, SweepMode::Rings);
+  // The triangles are written straight into the caller's vector: a planar triangulation of V points has at most
+  // 2V - 4 triangles. The caller takes back what was appended if the call raises.
+  const size_t base = out.size();
+  out.resize(base + 6 * static_cast<size_t>(m_Nodes) + 3);
+  m_Out = m_OutStart = out.data() + base;
   sweep();
+  out.resize(base + static_cast<size_t>(m_Out - m_OutStart));
   if (m_Cross.kind == Contact::Cross) {
     std::string what = "ring " + std::to_string(m_Cross.ringB + 1) + " crosses ";
     what += m_Cross.ringA == m_Cross.ringB ? std::string("itself") : "ring " + std::to_string(m_Cross.ringA + 1);
@@ -105,92 +131,269 @@ void RingSweep::prepare(const RingModel& model, SweepMode mode) {
   sortNodes();
 
   const qorInt32 n = model.size();
-  m_Edges.clear();
-  m_Edges.reserve(static_cast<size_t>(n) + static_cast<size_t>(n) / 8 + 16);
+  m_Edges.resize(static_cast<size_t>(n));
   for (qorInt32 i = 0; i < n; ++i) {
     const qorInt32 a = m_NodeOf[static_cast<size_t>(i)];
     const qorInt32 b = m_NodeOf[static_cast<size_t>(model.next[static_cast<size_t>(i)])];
-    const qorInt32 up = a < b ? 1 : -1;
-    m_Edges.push_back(Edge{std::min(a, b), std::max(a, b), up * model.sign[static_cast<size_t>(i)],
-                           model.ringOf[static_cast<size_t>(i)], kNil, kNil, kNil});
+    const qorInt32 delta = a < b ? model.sign[static_cast<size_t>(i)] : -model.sign[static_cast<size_t>(i)];
+    m_Edges[static_cast<size_t>(i)] =
+        Edge{std::min(a, b), std::max(a, b), delta, model.ringOf[static_cast<size_t>(i)], kNil, kNil, kNil};
   }
-  m_ExtraHead.assign(m_NodePt.size(), kNil);
+  m_ExtraHead.assign(static_cast<size_t>(m_Nodes), kNil);
+  m_Touched.assign(static_cast<size_t>(m_Nodes), 0);
 
-  m_Slots.clear();
-  m_Up.clear();
+  m_Slots.resize(1);
+  m_Slots[0] = Slot{Pt{0, 0}, Pt{0, 0}, kNil, kNil, 0, kNil, kLevels, kNil, kNil};  // the head
+  if (m_Up.size() < static_cast<size_t>(kLevels)) m_Up.resize(kLevels);
+  std::fill(m_Up.begin(), m_Up.begin() + kLevels, kNil);
   m_FreeSlots.clear();
-  m_Slots.push_back(Slot{kNil, 0, kNil, kLevels, kNil, kNil});  // the head
-  m_Up.assign(kLevels, kNil);
   m_TopLevel = 1;
   m_Random = 0x9e3779b9u;  // a fixed start: the same input gives the same list in every run
 
   m_Front.clear();
+  m_Front.reserve(2 * static_cast<size_t>(n));
   m_Intervals.clear();
   m_FreeIntervals.clear();
 }
 
 void RingSweep::sortNodes() {
   const RingModel& model = *m_Model;
-  const size_t n = model.pts.size();
+  const size_t n = static_cast<size_t>(model.size());
   m_Keys.resize(n);
   for (size_t i = 0; i < n; ++i) m_Keys[i] = Key{model.pts[i].y, model.pts[i].x, static_cast<qorInt32>(i)};
-  std::sort(m_Keys.begin(), m_Keys.end(), [](const Key& a, const Key& b) {
-    if (a.y != b.y) return a.y < b.y;
-    if (a.x != b.x) return a.x < b.x;
-    return a.point < b.point;
-  });
+  if (n <= 24) {
+    for (size_t i = 1; i < n; ++i) {
+      const Key k = m_Keys[i];
+      size_t j = i;
+      for (; j > 0 && keyBefore(k, m_Keys[j - 1]); --j) m_Keys[j] = m_Keys[j - 1];
+      m_Keys[j] = k;
+    }
+  } else {
+    mergeRuns();
+  }
+
   m_Order.resize(n);
   m_NodeOf.resize(n);
-  m_NodeStart.clear();
-  m_NodePt.clear();
-  m_NodeOrig.clear();
+  m_NodeStart.resize(n + 1);
+  m_NodePt.resize(n);
+  m_NodeOrig.resize(n);
+  size_t nodes = 0;
   for (size_t i = 0; i < n; ++i) {
     const Key& k = m_Keys[i];
     if (i == 0 || k.y != m_Keys[i - 1].y || k.x != m_Keys[i - 1].x) {
-      m_NodeStart.push_back(static_cast<qorInt32>(i));
-      m_NodePt.push_back(Pt{k.x, k.y});
-      m_NodeOrig.push_back(model.orig[static_cast<size_t>(k.point)]);
+      m_NodeStart[nodes] = static_cast<qorInt32>(i);
+      m_NodePt[nodes] = Pt{k.x, k.y};
+      m_NodeOrig[nodes] = model.orig[static_cast<size_t>(k.point)];
+      ++nodes;
     }
     m_Order[i] = k.point;
-    m_NodeOf[static_cast<size_t>(k.point)] = static_cast<qorInt32>(m_NodePt.size()) - 1;
+    m_NodeOf[static_cast<size_t>(k.point)] = static_cast<qorInt32>(nodes) - 1;
   }
-  m_NodeStart.push_back(static_cast<qorInt32>(n));
+  m_NodeStart[nodes] = static_cast<qorInt32>(n);
+  m_Nodes = static_cast<qorInt32>(nodes);
+}
+
+void RingSweep::mergeRuns() {
+  // A ring runs up and down between its turning points, so its points form sorted runs: reverse the falling ones
+  // and merge them pairwise, which takes O(n log r) for r runs. Rings that turn at nearly every point (combs,
+  // grids, jagged outlines) are sorted outright, large ones by radix.
+  const size_t n = m_Keys.size();
+  m_Runs.clear();
+  for (size_t i = 0; i < n;) {
+    const size_t ringEnd = static_cast<size_t>(m_Model->prev[i]) + 1;  // prev of a ring's first point is its last
+    while (i < ringEnd) {
+      size_t j = i + 1;
+      const bool rising = j < ringEnd && keyBefore(m_Keys[i], m_Keys[j]);
+      while (j < ringEnd && keyBefore(m_Keys[j - 1], m_Keys[j]) == rising) ++j;
+      m_Runs.push_back(static_cast<qorInt32>(i));
+      if (!rising) std::reverse(m_Keys.begin() + static_cast<long>(i), m_Keys.begin() + static_cast<long>(j));
+      i = j;
+    }
+  }
+  if (m_Runs.size() > n / 16) {
+    if (n >= 1024)
+      radixSort();
+    else
+      std::sort(m_Keys.begin(), m_Keys.end(), keyBefore);
+    return;
+  }
+  m_Runs.push_back(static_cast<qorInt32>(n));
+  m_Merged.resize(n);
+  while (m_Runs.size() > 2) {
+    size_t kept = 0;
+    for (size_t r = 0; r + 1 < m_Runs.size(); r += 2) {
+      const size_t a = static_cast<size_t>(m_Runs[r]), b = static_cast<size_t>(m_Runs[r + 1]);
+      const size_t c = r + 2 < m_Runs.size() ? static_cast<size_t>(m_Runs[r + 2]) : b;
+      std::merge(m_Keys.begin() + static_cast<long>(a), m_Keys.begin() + static_cast<long>(b),
+                 m_Keys.begin() + static_cast<long>(b), m_Keys.begin() + static_cast<long>(c),
+                 m_Merged.begin() + static_cast<long>(a), keyBefore);
+      m_Runs[kept++] = static_cast<qorInt32>(a);
+    }
+    m_Runs[kept++] = static_cast<qorInt32>(n);
+    m_Runs.resize(kept);
+    m_Keys.swap(m_Merged);
+  }
+}
+
+void RingSweep::radixSort() {
+  // By y: six stable passes over 11-bit digits of the order bits (a pass whose digit is the same for every key is
+  // skipped), the points in index order to begin with; then each run of equal y is sorted by x and index.
+  const RingModel& model = *m_Model;
+  const size_t n = m_Keys.size();
+  m_Radix.resize(n);
+  m_RadixTmp.resize(n);
+  for (size_t i = 0; i < n; ++i) m_Radix[i] = {orderBits(model.pts[i].y), static_cast<qorInt32>(i)};
+  size_t counts[2048];
+  for (int shift = 0; shift < 64; shift += 11) {
+    std::memset(counts, 0, sizeof(counts));
+    for (const auto& r : m_Radix) ++counts[(r.first >> shift) & 2047];
+    if (counts[(m_Radix[0].first >> shift) & 2047] == n) continue;
+    size_t sum = 0;
+    for (size_t& c : counts) {
+      const size_t here = c;
+      c = sum;
+      sum += here;
+    }
+    for (const auto& r : m_Radix) m_RadixTmp[counts[(r.first >> shift) & 2047]++] = r;
+    m_Radix.swap(m_RadixTmp);
+  }
+  for (size_t i = 0; i < n; ++i) {
+    const size_t point = static_cast<size_t>(m_Radix[i].second);
+    m_Keys[i] = Key{model.pts[point].y, model.pts[point].x, m_Radix[i].second};
+  }
+  for (size_t i = 0; i < n;) {
+    size_t j = i + 1;
+    while (j < n && m_Keys[j].y == m_Keys[i].y) ++j;
+    if (j - i > 1) std::sort(m_Keys.begin() + static_cast<long>(i), m_Keys.begin() + static_cast<long>(j), keyBefore);
+    i = j;
+  }
 }
 
 // --- The sweep --------------------------------------------------------------------------------------------------
 
 void RingSweep::sweep() {
-  const qorInt32 nodes = static_cast<qorInt32>(m_NodePt.size());
-  for (qorInt32 p = 0; p < nodes; ++p) {
+  const RingModel& model = *m_Model;
+  for (qorInt32 p = 0; p < m_Nodes; ++p) {
     // Past the lowest crossing found so far, the order of the active edges no longer holds: stop there.
     if (m_Cross.kind == Contact::Cross && !below(pt(p), m_CrossAt)) break;
+    // Most nodes are one point of one ring with nothing else on them: the point goes on a chain, or is the lowest
+    // or highest point of two chains. Those have paths of their own; the general event handles the rest.
+    const qorInt32 begin = m_NodeStart[static_cast<size_t>(p)];
+    if (m_NodeStart[static_cast<size_t>(p) + 1] == begin + 1 && m_ExtraHead[static_cast<size_t>(p)] == kNil &&
+        !m_Touched[static_cast<size_t>(p)]) {
+      const qorInt32 v = m_Order[static_cast<size_t>(begin)], u = model.prev[static_cast<size_t>(v)];
+      const Edge &ev = edge(v), &eu = edge(u);
+      bool done = false;
+      if (eu.hi == p && ev.lo == p)
+        done = regular(p, u, v);
+      else if (ev.hi == p && eu.lo == p)
+        done = regular(p, v, u);
+      else if (eu.lo == p && ev.lo == p)
+        done = lowest(p, u, v);
+      else if (eu.hi == p && ev.hi == p)
+        done = highest(p, u, v);
+      if (done) continue;
+    }
     event(p);
   }
 }
 
+bool RingSweep::regular(qorInt32 p, qorInt32 down, qorInt32 up) {
+  // The edge that arrives is replaced by the one that leaves; the regions on both sides go on, and the one that
+  // belongs to the polygon gets the point on its side.
+  const qorInt32 s = edge(down).slot;
+  if (s == kNil) return false;
+  const qorInt32 left = slot(s).prev, right = slot(s).next;
+  if (m_Mode == SweepMode::Rings) {
+    const qorInt32 before = slot(left).interval, after = slot(s).interval;
+    if (before != kNil) addRight(before, p);
+    if (after != kNil) addLeft(after, p);
+  }
+  edge(down).slot = kNil;
+  setEdge(s, up);
+  crossTest(left, s);
+  crossTest(s, right);
+  return true;
+}
+
+bool RingSweep::lowest(qorInt32 p, qorInt32 a, qorInt32 b) {
+  // Two edges leave upwards: between them a new region starts; if the point lies inside a region of the polygon,
+  // that region splits in two around them.
+  const Pt& at = pt(p);
+  const double side = orient2d(at, pt(edge(b).hi), pt(edge(a).hi));
+  if (side == 0) return false;  // they run over each other: a bundle for the general event
+  const qorInt32 l = side > 0 ? a : b, r = side > 0 ? b : a;
+  const qorInt32 left = search(at), right = slot(left).next;
+  if (right != kNil && orient2d(slot(right).lo, slot(right).hi, at) == 0) return false;  // on an edge
+  const qorInt32 w0 = slot(left).wRight, wMid = w0 - edge(l).delta;
+  qorInt32 mid = kNil, after = kNil;
+  if (m_Mode == SweepMode::Rings) {
+    const qorInt32 around = slot(left).interval;
+    if (around != kNil) after = split(around, p);
+    if (inside(wMid, p, l, r)) mid = newInterval(p);
+  }
+  const qorInt32 sl = newSlot(l), sr = newSlot(r);
+  slot(sl).wRight = wMid;
+  slot(sl).interval = mid;
+  slot(sr).wRight = w0;
+  slot(sr).interval = after;
+  insertAfter(left, sl);
+  insertAfter(sl, sr);
+  crossTest(left, sl);
+  crossTest(sr, right);
+  return true;
+}
+
+bool RingSweep::highest(qorInt32 p, qorInt32 a, qorInt32 b) {
+  // Two neighbouring edges end here: the region between them closes, and those on their outer sides meet.
+  const qorInt32 sa = edge(a).slot, sb = edge(b).slot;
+  if (sa == kNil || sb == kNil) return false;
+  qorInt32 sl, sr;
+  if (slot(sa).next == sb) {
+    sl = sa, sr = sb;
+  } else if (slot(sb).next == sa) {
+    sl = sb, sr = sa;
+  } else {
+    return false;
+  }
+  const qorInt32 left = slot(sl).prev, right = slot(sr).next;
+  if (m_Mode == SweepMode::Rings) {
+    const qorInt32 mid = slot(sl).interval, before = slot(left).interval, after = slot(sr).interval;
+    if (mid != kNil) close(mid, p);
+    if (before != kNil) addRight(before, p);
+    if (after != kNil) addLeft(after, p);
+    if (before != kNil && after != kNil) merge(before, after);
+  }
+  edge(a).slot = edge(b).slot = kNil;
+  erase(sl);
+  erase(sr);
+  crossTest(left, right);
+  return true;
+}
+
 void RingSweep::collect(qorInt32 e, qorInt32 p, qorInt32& anySlot) {
-  const Edge& edge = m_Edges[static_cast<size_t>(e)];
-  if (edge.hi == p) {
-    if (edge.slot != kNil) anySlot = edge.slot;
-  } else if (edge.lo == p) {
+  const Edge& ed = edge(e);
+  if (ed.hi == p) {
+    if (ed.slot != kNil) anySlot = ed.slot;
+  } else if (ed.lo == p) {
     m_U.push_back(e);
   }
 }
 
-bool RingSweep::passesThrough(qorInt32 slot, qorInt32 p) const {
-  const Edge& e = m_Edges[static_cast<size_t>(m_Slots[static_cast<size_t>(slot)].edge)];
-  return e.hi == p || orient2d(pt(e.lo), pt(e.hi), pt(p)) == 0;
+bool RingSweep::passesThrough(qorInt32 s, qorInt32 p) const {
+  const Slot& sl = slot(s);
+  return sl.hiNode == p || orient2d(sl.lo, sl.hi, pt(p)) == 0;
 }
 
-qorInt32 RingSweep::splitAt(qorInt32 slot, qorInt32 p) {
-  const qorInt32 e = m_Slots[static_cast<size_t>(slot)].edge;
-  Edge lower = m_Edges[static_cast<size_t>(e)];
+qorInt32 RingSweep::splitAt(qorInt32 s, qorInt32 p) {
+  // The slot keeps the edge's lower part, as a new edge that ends here; the edge itself goes on from here.
+  const qorInt32 e = slot(s).edge;
+  Edge lower = edge(e);
   lower.hi = p;
-  lower.slot = slot;
   lower.extra = kNil;
   m_Edges.push_back(lower);
-  m_Slots[static_cast<size_t>(slot)].edge = static_cast<qorInt32>(m_Edges.size()) - 1;
-  Edge& upper = m_Edges[static_cast<size_t>(e)];
+  setEdge(s, static_cast<qorInt32>(m_Edges.size()) - 1);
+  Edge& upper = edge(e);
   upper.lo = p;
   upper.slot = kNil;
   ++m_Counts->edgesSplit;
@@ -200,9 +403,7 @@ qorInt32 RingSweep::splitAt(qorInt32 slot, qorInt32 p) {
 
 void RingSweep::sortUp(qorInt32 p) {
   const Pt& at = pt(p);
-  auto leftOf = [&](qorInt32 a, qorInt32 b) {
-    return orient2d(at, pt(m_Edges[static_cast<size_t>(b)].hi), pt(m_Edges[static_cast<size_t>(a)].hi)) > 0;
-  };
+  auto leftOf = [&](qorInt32 a, qorInt32 b) { return orient2d(at, pt(edge(b).hi), pt(edge(a).hi)) > 0; };
   if (m_U.size() > 16) {
     std::sort(m_U.begin(), m_U.end(), leftOf);
     return;
@@ -221,8 +422,7 @@ void RingSweep::checkThrough(qorInt32 p) {
   for (size_t t = 0; t < m_Through.size(); ++t) {
     const size_t at = static_cast<size_t>(std::find(m_U.begin(), m_U.end(), m_Through[t]) - m_U.begin());
     if (t > 0 && at < lastAt) {
-      cross(pt(p), m_Edges[static_cast<size_t>(m_Through[t - 1])].ring,
-            m_Edges[static_cast<size_t>(m_Through[t])].ring);
+      cross(pt(p), edge(m_Through[t - 1]).ring, edge(m_Through[t]).ring);
       return;
     }
     lastAt = at;
@@ -236,32 +436,29 @@ void RingSweep::bundleUp(qorInt32 p) {
   size_t kept = 0;
   for (size_t i = 0; i < m_U.size();) {
     size_t j = i + 1;
-    while (j < m_U.size() &&
-           orient2d(at, pt(m_Edges[static_cast<size_t>(m_U[i])].hi), pt(m_Edges[static_cast<size_t>(m_U[j])].hi)) == 0)
-      ++j;
+    while (j < m_U.size() && orient2d(at, pt(edge(m_U[i]).hi), pt(edge(m_U[j]).hi)) == 0) ++j;
     if (j - i > 1) {
-      std::sort(m_U.begin() + static_cast<long>(i), m_U.begin() + static_cast<long>(j), [&](qorInt32 a, qorInt32 b) {
-        return m_Edges[static_cast<size_t>(a)].hi < m_Edges[static_cast<size_t>(b)].hi;
-      });
+      std::sort(m_U.begin() + static_cast<long>(i), m_U.begin() + static_cast<long>(j),
+                [&](qorInt32 a, qorInt32 b) { return edge(a).hi < edge(b).hi; });
       const qorInt32 first = m_U[i];
-      const qorInt32 end = m_Edges[static_cast<size_t>(first)].hi;
-      qorInt32 delta = m_Edges[static_cast<size_t>(first)].delta;
+      const qorInt32 end = edge(first).hi;
+      qorInt32 delta = edge(first).delta;
       bool opposite = false;
       for (size_t k = i + 1; k < j; ++k) {
-        Edge& e = m_Edges[static_cast<size_t>(m_U[k])];
+        Edge& e = edge(m_U[k]);
         opposite = opposite || (e.delta > 0) != (delta > 0);
         delta += e.delta;
-        touch(p, m_Edges[static_cast<size_t>(first)].ring, e.ring);
-        if (e.ring != m_Edges[static_cast<size_t>(first)].ring) m_Edges[static_cast<size_t>(first)].partner = e.ring;
+        touch(p, edge(first).ring, e.ring);
+        if (e.ring != edge(first).ring) edge(first).partner = e.ring;
         if (e.hi == end) {
-          e.lo = e.hi;  // wholly covered: it has nothing left
+          e.lo = e.hi = kNil;  // wholly covered: nothing is left of it
           continue;
         }
         e.lo = end;
         e.extra = m_ExtraHead[static_cast<size_t>(end)];
         m_ExtraHead[static_cast<size_t>(end)] = m_U[k];
       }
-      m_Edges[static_cast<size_t>(first)].delta = delta;
+      edge(first).delta = delta;
       if (opposite) m_Counts->edgesCancelled += static_cast<qorInt32>(j - i);
     }
     m_U[kept++] = m_U[i];
@@ -286,33 +483,31 @@ void RingSweep::event(qorInt32 p) {
     collect(m_Model->prev[static_cast<size_t>(v)], p, anySlot);
     collect(v, p, anySlot);
   }
-  for (qorInt32 e = m_ExtraHead[static_cast<size_t>(p)]; e != kNil; e = m_Edges[static_cast<size_t>(e)].extra)
-    m_U.push_back(e);
+  for (qorInt32 e = m_ExtraHead[static_cast<size_t>(p)]; e != kNil; e = edge(e).extra) m_U.push_back(e);
 
-  // The block of active edges through the node: those that end here and those it lies inside.
+  // The block of active edges through the node: those that end here and those it lies inside. Edges that end here
+  // are next to each other. An edge that the node lies inside is next to them too, and the crossing test that made
+  // them neighbours marked the node; only then is it worth testing for such edges.
   qorInt32 first = kNil, last = kNil, left;
   if (anySlot != kNil) {
+    const bool touched = m_Touched[static_cast<size_t>(p)] != 0;
+    auto through = [&](qorInt32 s) { return touched ? passesThrough(s, p) : slot(s).hiNode == p; };
     first = last = anySlot;
-    for (qorInt32 s = m_Slots[static_cast<size_t>(first)].prev; s != 0 && passesThrough(s, p);
-         s = m_Slots[static_cast<size_t>(s)].prev)
-      first = s;
-    for (qorInt32 s = m_Slots[static_cast<size_t>(last)].next; s != kNil && passesThrough(s, p);
-         s = m_Slots[static_cast<size_t>(s)].next)
-      last = s;
-    left = m_Slots[static_cast<size_t>(first)].prev;
+    for (qorInt32 s = slot(first).prev; s != 0 && through(s); s = slot(s).prev) first = s;
+    for (qorInt32 s = slot(last).next; s != kNil && through(s); s = slot(s).next) last = s;
+    left = slot(first).prev;
   } else {
     left = search(at);
-    for (qorInt32 s = m_Slots[static_cast<size_t>(left)].next; s != kNil && passesThrough(s, p);
-         s = m_Slots[static_cast<size_t>(s)].next) {
+    for (qorInt32 s = slot(left).next; s != kNil && passesThrough(s, p); s = slot(s).next) {
       if (first == kNil) first = s;
       last = s;
     }
   }
   qorInt32 m = 0;
   if (first != kNil) {
-    for (qorInt32 s = first;; s = m_Slots[static_cast<size_t>(s)].next) {
+    for (qorInt32 s = first;; s = slot(s).next) {
       ++m;
-      if (m_Edges[static_cast<size_t>(m_Slots[static_cast<size_t>(s)].edge)].hi != p) {
+      if (slot(s).hiNode != p) {
         const qorInt32 upper = splitAt(s, p);
         m_U.push_back(upper);
         m_Through.push_back(upper);
@@ -326,31 +521,23 @@ void RingSweep::event(qorInt32 p) {
   const qorInt32 k = static_cast<qorInt32>(m_U.size());
   if (m == 0 && k == 0) return;
 
-  // The regions around the node: before it, R0 left of the block, one between each two block edges and Rm right of
-  // it (one region R0 = Rm when the node lies inside a region); after it, one left of the new edges, one between
-  // each two and one right of them.
-  const qorInt32 w0 = m_Slots[static_cast<size_t>(left)].wRight;
-  const qorInt32 i0 = m_Slots[static_cast<size_t>(left)].interval;
-  const qorInt32 iM = m > 0 ? m_Slots[static_cast<size_t>(last)].interval : i0;
-  const qorInt32 wM = m > 0 ? m_Slots[static_cast<size_t>(last)].wRight : w0;
-  const bool triangulating = m_Mode == SweepMode::Rings;
-
+  // The regions around the node: before it, one left of the block, one between each two block edges and one right
+  // of it (a single one when the node lies inside a region); after it, one left of the new edges, one between each
+  // two and one right of them.
+  const qorInt32 w0 = slot(left).wRight, i0 = slot(left).interval;
+  const qorInt32 iM = m > 0 ? slot(last).interval : i0, wM = m > 0 ? slot(last).wRight : w0;
   m_Regions.assign(static_cast<size_t>(k) + 1, kNil);
   m_Windings.resize(static_cast<size_t>(k) + 1);
   m_Windings[0] = w0;
   for (qorInt32 i = 1; i <= k; ++i)
     m_Windings[static_cast<size_t>(i)] =
-        m_Windings[static_cast<size_t>(i) - 1] - m_Edges[static_cast<size_t>(m_U[static_cast<size_t>(i) - 1])].delta;
-  if (!triangulating) {
-    m_Slots[static_cast<size_t>(left)].interval = kNil;
-  } else {
+        m_Windings[static_cast<size_t>(i) - 1] - edge(m_U[static_cast<size_t>(i) - 1]).delta;
+  if (m_Mode == SweepMode::Rings) {
     if (m_Windings[static_cast<size_t>(k)] != wM)
       fail("the winding numbers do not add up" + near(at.x / m_Model->scale, at.y / m_Model->scale), __LINE__);
     if (m > 0) {
-      for (qorInt32 s = first; s != last; s = m_Slots[static_cast<size_t>(s)].next) {
-        const qorInt32 closing = m_Slots[static_cast<size_t>(s)].interval;
-        if (closing != kNil) close(closing, p);
-      }
+      for (qorInt32 s = first; s != last; s = slot(s).next)
+        if (slot(s).interval != kNil) close(slot(s).interval, p);
       if (i0 != kNil) addRight(i0, p);
       if (iM != kNil) addLeft(iM, p);
       if (k == 0 && i0 != kNil) merge(i0, iM);
@@ -366,37 +553,34 @@ void RingSweep::event(qorInt32 p) {
   }
 
   // The status: the new edges take the block's place.
-  qorInt32 at0 = left, s = first;
-  qorInt32 i = 0;
+  qorInt32 at0 = left, s = first, i = 0;
   for (; i < k && i < m; ++i) {
-    Slot& slot = m_Slots[static_cast<size_t>(s)];
-    m_Edges[static_cast<size_t>(slot.edge)].slot = kNil;
-    slot.edge = m_U[static_cast<size_t>(i)];
-    m_Edges[static_cast<size_t>(slot.edge)].slot = s;
-    slot.wRight = m_Windings[static_cast<size_t>(i) + 1];
-    slot.interval = m_Regions[static_cast<size_t>(i) + 1];
+    edge(slot(s).edge).slot = kNil;
+    setEdge(s, m_U[static_cast<size_t>(i)]);
+    slot(s).wRight = m_Windings[static_cast<size_t>(i) + 1];
+    slot(s).interval = m_Regions[static_cast<size_t>(i) + 1];
     at0 = s;
-    s = slot.next;
+    s = slot(s).next;
   }
   for (; i < m; ++i) {
-    const qorInt32 nextSlot = m_Slots[static_cast<size_t>(s)].next;
-    m_Edges[static_cast<size_t>(m_Slots[static_cast<size_t>(s)].edge)].slot = kNil;
+    const qorInt32 after = slot(s).next;
+    edge(slot(s).edge).slot = kNil;
     erase(s);
-    s = nextSlot;
+    s = after;
   }
   for (; i < k; ++i) {
-    const qorInt32 slot = newSlot(m_U[static_cast<size_t>(i)]);
-    m_Slots[static_cast<size_t>(slot)].wRight = m_Windings[static_cast<size_t>(i) + 1];
-    m_Slots[static_cast<size_t>(slot)].interval = m_Regions[static_cast<size_t>(i) + 1];
-    insertAfter(at0, slot);
-    at0 = slot;
+    const qorInt32 added = newSlot(m_U[static_cast<size_t>(i)]);
+    slot(added).wRight = m_Windings[static_cast<size_t>(i) + 1];
+    slot(added).interval = m_Regions[static_cast<size_t>(i) + 1];
+    insertAfter(at0, added);
+    at0 = added;
   }
-  m_Slots[static_cast<size_t>(left)].interval = m_Regions[0];
+  slot(left).interval = m_Regions[0];
 
   // Edges that became neighbours: a crossing between them lies above the node.
-  const qorInt32 right = m_Slots[static_cast<size_t>(at0)].next;
+  const qorInt32 right = slot(at0).next;
   if (k > 0) {
-    crossTest(left, m_Slots[static_cast<size_t>(left)].next);
+    crossTest(left, slot(left).next);
     crossTest(at0, right);
   } else {
     crossTest(left, right);
@@ -413,13 +597,14 @@ bool RingSweep::inside(qorInt32 winding, qorInt32 p, qorInt32 leftEdge, qorInt32
 
 void RingSweep::crossTest(qorInt32 leftSlot, qorInt32 rightSlot) {
   if (leftSlot == 0 || rightSlot == kNil) return;
-  const Edge& a = m_Edges[static_cast<size_t>(m_Slots[static_cast<size_t>(leftSlot)].edge)];
-  const Edge& b = m_Edges[static_cast<size_t>(m_Slots[static_cast<size_t>(rightSlot)].edge)];
-  if (a.hi == b.hi) return;
-  // a lies left of b at the sweep line; they cross if their order is reversed where the first of them ends.
-  const bool crosses =
-      a.hi < b.hi ? orient2d(pt(b.lo), pt(b.hi), pt(a.hi)) < 0 : orient2d(pt(a.lo), pt(a.hi), pt(b.hi)) > 0;
-  if (crosses) cross(crossingPoint(pt(a.lo), pt(a.hi), pt(b.lo), pt(b.hi)), a.ring, b.ring);
+  const Slot &a = slot(leftSlot), &b = slot(rightSlot);
+  if (a.hiNode == b.hiNode) return;
+  // a lies left of b at the sweep line; they cross if their order is reversed where the first of them ends, and
+  // that end lies on the other edge if it is on its line.
+  const bool aFirst = a.hiNode < b.hiNode;
+  const double side = aFirst ? orient2d(b.lo, b.hi, a.hi) : -orient2d(a.lo, a.hi, b.hi);
+  if (side < 0) cross(crossingPoint(a.lo, a.hi, b.lo, b.hi), edge(a.edge).ring, edge(b.edge).ring);
+  if (side == 0) m_Touched[static_cast<size_t>(aFirst ? a.hiNode : b.hiNode)] = 1;
 }
 
 void RingSweep::touch(qorInt32 p, qorInt32 ringA, qorInt32 ringB) {
@@ -447,7 +632,7 @@ void RingSweep::fail(const std::string& detail, unsigned long line) const {
 
 std::string RingSweep::regionProblem(qorInt32 winding, qorInt32 p, qorInt32 leftEdge, qorInt32 rightEdge) const {
   // Name the rings that bound the region (a bundle names two), else the ring around it that covers it twice.
-  const Edge &l = m_Edges[static_cast<size_t>(leftEdge)], &r = m_Edges[static_cast<size_t>(rightEdge)];
+  const Edge &l = edge(leftEdge), &r = edge(rightEdge);
   qorInt32 a = l.ring, b = r.ring;
   for (qorInt32 other : {l.partner, r.partner})
     if (other != kNil && a == b) b = other;
@@ -466,7 +651,7 @@ std::string RingSweep::regionProblem(qorInt32 winding, qorInt32 p, qorInt32 left
 
 // --- The status: a skip list --------------------------------------------------------------------------------------
 
-qorInt32 RingSweep::newSlot(qorInt32 edge) {
+qorInt32 RingSweep::newSlot(qorInt32 e) {
   qorInt32 s;
   if (!m_FreeSlots.empty()) {
     s = m_FreeSlots.back();
@@ -474,7 +659,7 @@ qorInt32 RingSweep::newSlot(qorInt32 edge) {
   } else {
     s = static_cast<qorInt32>(m_Slots.size());
     m_Slots.emplace_back();
-    m_Up.resize(m_Up.size() + kLevels, kNil);
+    if (m_Up.size() < m_Slots.size() * kLevels) m_Up.resize(2 * m_Slots.size() * kLevels);
   }
   // xorshift32: each level up with probability 1/4.
   m_Random ^= m_Random << 13;
@@ -487,67 +672,76 @@ qorInt32 RingSweep::newSlot(qorInt32 edge) {
     r >>= 2;
   }
   m_TopLevel = std::max(m_TopLevel, height);
-  m_Slots[static_cast<size_t>(s)] = Slot{edge, 0, kNil, height, kNil, kNil};
-  m_Edges[static_cast<size_t>(edge)].slot = s;
+  Slot& sl = slot(s);
+  sl.wRight = 0;
+  sl.interval = kNil;
+  sl.height = height;
+  sl.prev = sl.next = kNil;
+  setEdge(s, e);
   return s;
 }
 
+void RingSweep::setEdge(qorInt32 s, qorInt32 e) {
+  Slot& sl = slot(s);
+  Edge& ed = edge(e);
+  sl.edge = e;
+  sl.hiNode = ed.hi;
+  sl.lo = pt(ed.lo);
+  sl.hi = pt(ed.hi);
+  ed.slot = s;
+}
+
 void RingSweep::insertAfter(qorInt32 at, qorInt32 s) {
-  Slot& slot = m_Slots[static_cast<size_t>(s)];
-  slot.prev = at;
-  slot.next = m_Slots[static_cast<size_t>(at)].next;
-  if (slot.next != kNil) m_Slots[static_cast<size_t>(slot.next)].prev = s;
-  m_Slots[static_cast<size_t>(at)].next = s;
+  Slot& sl = slot(s);
+  sl.prev = at;
+  sl.next = slot(at).next;
+  if (sl.next != kNil) slot(sl.next).prev = s;
+  slot(at).next = s;
   qorInt32 c = at;
-  for (qorInt32 level = 1; level < slot.height; ++level) {
-    while (m_Slots[static_cast<size_t>(c)].height <= level) c = m_Slots[static_cast<size_t>(c)].prev;
+  for (qorInt32 level = 1; level < sl.height; ++level) {
+    while (slot(c).height <= level) c = slot(c).prev;
     up(s, level) = up(c, level);
     up(c, level) = s;
   }
 }
 
 void RingSweep::erase(qorInt32 s) {
-  const Slot& slot = m_Slots[static_cast<size_t>(s)];
-  qorInt32 c = slot.prev;
-  for (qorInt32 level = 1; level < slot.height; ++level) {
-    while (m_Slots[static_cast<size_t>(c)].height <= level) c = m_Slots[static_cast<size_t>(c)].prev;
+  const Slot& sl = slot(s);
+  qorInt32 c = sl.prev;
+  for (qorInt32 level = 1; level < sl.height; ++level) {
+    while (slot(c).height <= level) c = slot(c).prev;
     up(c, level) = up(s, level);
   }
-  m_Slots[static_cast<size_t>(slot.prev)].next = slot.next;
-  if (slot.next != kNil) m_Slots[static_cast<size_t>(slot.next)].prev = slot.prev;
+  slot(sl.prev).next = sl.next;
+  if (sl.next != kNil) slot(sl.next).prev = sl.prev;
   m_FreeSlots.push_back(s);
 }
 
 qorInt32 RingSweep::search(const Pt& p) const {
   // The last slot whose edge has p strictly to its right.
-  auto leftOfP = [&](qorInt32 s) {
-    const Edge& e = m_Edges[static_cast<size_t>(m_Slots[static_cast<size_t>(s)].edge)];
-    return orient2d(pt(e.lo), pt(e.hi), p) < 0;
-  };
+  auto leftOfP = [&](qorInt32 s) { return orient2d(slot(s).lo, slot(s).hi, p) < 0; };
   qorInt32 x = 0;
   for (qorInt32 level = m_TopLevel - 1; level >= 1; --level)
     for (qorInt32 n = up(x, level); n != kNil && leftOfP(n); n = up(x, level)) x = n;
-  for (qorInt32 n = m_Slots[static_cast<size_t>(x)].next; n != kNil && leftOfP(n);
-       n = m_Slots[static_cast<size_t>(x)].next)
-    x = n;
+  for (qorInt32 n = slot(x).next; n != kNil && leftOfP(n); n = slot(x).next) x = n;
   return x;
 }
 
 // --- Fronts -------------------------------------------------------------------------------------------------------
 
 qorInt32 RingSweep::newFront(qorInt32 node) {
-  m_Front.push_back(FrontNode{node, kNil, kNil});
+  m_Front.push_back(FrontNode{pt(node), node, kNil, kNil});
   return static_cast<qorInt32>(m_Front.size()) - 1;
 }
 
-qorInt32 RingSweep::allocInterval(const Interval& interval) {
+qorInt32 RingSweep::allocInterval(const Interval& iv) {
   if (!m_FreeIntervals.empty()) {
     const qorInt32 i = m_FreeIntervals.back();
     m_FreeIntervals.pop_back();
-    m_Intervals[static_cast<size_t>(i)] = interval;
+    interval(i) = iv;
     return i;
   }
-  m_Intervals.push_back(interval);
+  m_Intervals.push_back(iv);
   return static_cast<qorInt32>(m_Intervals.size()) - 1;
 }
 
@@ -556,96 +750,94 @@ qorInt32 RingSweep::newInterval(qorInt32 node) {
   return allocInterval(Interval{f, f, f});
 }
 
-void RingSweep::emit(qorInt32 a, qorInt32 b, qorInt32 c) {
-  const Pt &pa = pt(a), &pb = pt(b), &pc = pt(c);
+inline void RingSweep::emit(qorInt32 a, qorInt32 b, qorInt32 c, const Pt& pa, const Pt& pb, const Pt& pc) {
   m_Area += (pb.x - pa.x) * (pc.y - pa.y) - (pb.y - pa.y) * (pc.x - pa.x);
-  m_Out->push_back(m_NodeOrig[static_cast<size_t>(a)]);
-  m_Out->push_back(m_NodeOrig[static_cast<size_t>(b)]);
-  m_Out->push_back(m_NodeOrig[static_cast<size_t>(c)]);
+  m_Out[0] = m_NodeOrig[static_cast<size_t>(a)];
+  m_Out[1] = m_NodeOrig[static_cast<size_t>(b)];
+  m_Out[2] = m_NodeOrig[static_cast<size_t>(c)];
+  m_Out += 3;
 }
 
-void RingSweep::addRight(qorInt32 interval, qorInt32 p) {
+void RingSweep::addRight(qorInt32 i, qorInt32 p) {
+  // The point arrives at the right end of the front: cut off each triangle it makes with the front's last edge
+  // while that edge's far end is convex.
   const Pt& at = pt(p);
-  qorInt32 b = m_Intervals[static_cast<size_t>(interval)].right;
+  qorInt32 b = interval(i).right;
   for (;;) {
-    const qorInt32 a = m_Front[static_cast<size_t>(b)].prev;
+    const qorInt32 a = front(b).prev;
     if (a == kNil) break;
-    const qorInt32 na = m_Front[static_cast<size_t>(a)].node, nb = m_Front[static_cast<size_t>(b)].node;
-    if (!(orient2d(pt(na), pt(nb), at) > 0)) break;
-    emit(na, nb, p);
-    m_Front[static_cast<size_t>(a)].next = kNil;
+    const FrontNode &fa = front(a), &fb = front(b);
+    if (!(orient2d(fa.at, fb.at, at) > 0)) break;
+    emit(fa.node, fb.node, p, fa.at, fb.at, at);
+    front(a).next = kNil;
     b = a;
   }
   const qorInt32 f = newFront(p);
-  m_Front[static_cast<size_t>(f)].prev = b;
-  m_Front[static_cast<size_t>(b)].next = f;
-  Interval& iv = m_Intervals[static_cast<size_t>(interval)];
-  iv.right = f;
-  iv.helper = f;
+  front(f).prev = b;
+  front(b).next = f;
+  interval(i).right = f;
+  interval(i).helper = f;
 }
 
-void RingSweep::addLeft(qorInt32 interval, qorInt32 p) {
+void RingSweep::addLeft(qorInt32 i, qorInt32 p) {
   const Pt& at = pt(p);
-  qorInt32 b = m_Intervals[static_cast<size_t>(interval)].left;
+  qorInt32 b = interval(i).left;
   for (;;) {
-    const qorInt32 a = m_Front[static_cast<size_t>(b)].next;
+    const qorInt32 a = front(b).next;
     if (a == kNil) break;
-    const qorInt32 na = m_Front[static_cast<size_t>(a)].node, nb = m_Front[static_cast<size_t>(b)].node;
-    if (!(orient2d(at, pt(nb), pt(na)) > 0)) break;
-    emit(p, nb, na);
-    m_Front[static_cast<size_t>(a)].prev = kNil;
+    const FrontNode &fa = front(a), &fb = front(b);
+    if (!(orient2d(at, fb.at, fa.at) > 0)) break;
+    emit(p, fb.node, fa.node, at, fb.at, fa.at);
+    front(a).prev = kNil;
     b = a;
   }
   const qorInt32 f = newFront(p);
-  m_Front[static_cast<size_t>(f)].next = b;
-  m_Front[static_cast<size_t>(b)].prev = f;
-  Interval& iv = m_Intervals[static_cast<size_t>(interval)];
-  iv.left = f;
-  iv.helper = f;
+  front(f).next = b;
+  front(b).prev = f;
+  interval(i).left = f;
+  interval(i).helper = f;
 }
 
-void RingSweep::close(qorInt32 interval, qorInt32 p) {
+void RingSweep::close(qorInt32 i, qorInt32 p) {
+  // The region ends at the point: it sees the whole front, whose inner points are all reflex.
   const Pt& at = pt(p);
-  for (qorInt32 a = m_Intervals[static_cast<size_t>(interval)].left;;) {
-    const qorInt32 b = m_Front[static_cast<size_t>(a)].next;
+  for (qorInt32 a = interval(i).left;;) {
+    const qorInt32 b = front(a).next;
     if (b == kNil) break;
-    const qorInt32 na = m_Front[static_cast<size_t>(a)].node, nb = m_Front[static_cast<size_t>(b)].node;
-    const double side = orient2d(pt(na), pt(nb), at);
-    if (side > 0) emit(na, nb, p);
+    const FrontNode &fa = front(a), &fb = front(b);
+    if (orient2d(fa.at, fb.at, at) > 0) emit(fa.node, fb.node, p, fa.at, fb.at, at);
     a = b;
   }
-  m_FreeIntervals.push_back(interval);
+  m_FreeIntervals.push_back(i);
 }
 
 void RingSweep::merge(qorInt32 left, qorInt32 right) {
-  Interval& l = m_Intervals[static_cast<size_t>(left)];
-  const Interval& r = m_Intervals[static_cast<size_t>(right)];
-  const qorInt32 x = l.right, y = r.left, z = m_Front[static_cast<size_t>(y)].next;
-  m_Front[static_cast<size_t>(x)].next = z;
-  if (z != kNil) m_Front[static_cast<size_t>(z)].prev = x;
+  // Both fronts end at the same point: one front through it.
+  Interval& l = interval(left);
+  const Interval& r = interval(right);
+  const qorInt32 x = l.right, y = r.left, z = front(y).next;
+  front(x).next = z;
+  if (z != kNil) front(z).prev = x;
   l.right = r.right == y ? x : r.right;
   l.helper = x;
   m_FreeIntervals.push_back(right);
 }
 
-qorInt32 RingSweep::split(qorInt32 interval, qorInt32 p) {
-  const qorInt32 h = m_Intervals[static_cast<size_t>(interval)].helper;
-  const qorInt32 h2 = newFront(m_Front[static_cast<size_t>(h)].node);
-  const qorInt32 after = m_Front[static_cast<size_t>(h)].next;
-  m_Front[static_cast<size_t>(h2)].next = after;
-  if (after != kNil) m_Front[static_cast<size_t>(after)].prev = h2;
-  m_Front[static_cast<size_t>(h)].next = kNil;
-  const qorInt32 oldRight = m_Intervals[static_cast<size_t>(interval)].right;
+qorInt32 RingSweep::split(qorInt32 i, qorInt32 p) {
+  // The point lies inside the region: it sees the region's most recent point (nothing lies between them), so the
+  // front splits there into a left part that the point ends and a right part that it begins.
+  const qorInt32 h = interval(i).helper;
+  const qorInt32 h2 = newFront(front(h).node);
+  const qorInt32 after = front(h).next;
+  front(h2).next = after;
+  if (after != kNil) front(after).prev = h2;
+  front(h).next = kNil;
+  const qorInt32 oldRight = interval(i).right;
   const qorInt32 j = allocInterval(Interval{h2, oldRight == h ? h2 : oldRight, h2});
-  m_Intervals[static_cast<size_t>(interval)].right = h;
-  addRight(interval, p);
+  interval(i).right = h;
+  addRight(i, p);
   addLeft(j, p);
   return j;
-}
-
-RingSweep& threadSweep() {
-  static thread_local RingSweep sweep;
-  return sweep;
 }
 
 }  // namespace qor_internal

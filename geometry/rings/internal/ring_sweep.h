@@ -24,20 +24,22 @@
 namespace qor_internal {
 
 struct RingModel {
-  std::vector<Pt> pts;              // kept points, ring after ring, scaled
-  std::vector<qorInt32> orig;       // each kept point's index among the caller's points
-  std::vector<qorInt32> ringOf;     // each kept point's ring, as the caller numbers rings (from 0)
-  std::vector<qorInt32> next;       // the following point of its ring
-  std::vector<qorInt32> prev;       // the preceding point of its ring
-  std::vector<int8_t> sign;         // each kept point's ring direction: +1 as given, -1 reversed
-  double scale = 1;                 // kept coordinates are the caller's times this power of two
-  double originX = 0, originY = 0;  // a point near the kept points (scaled), for area sums
-  double extent = 0;                // the largest coordinate difference from the origin (scaled)
-  double twiceArea = 0;             // twice the region's area (scaled): the outer ring's minus the holes'
-  void clear();
-  qorInt32 size() const { return static_cast<qorInt32>(pts.size()); }
-  // Appends one ring of points (already scaled) with its caller's ring number and direction.
-  void addRing(const Pt* p, const qorInt32* origin, qorInt32 n, qorInt32 ring, int8_t direction);
+  std::vector<Pt> pts;           // kept points, ring after ring, scaled
+  std::vector<qorInt32> orig;    // each kept point's index among the caller's points
+  std::vector<qorInt32> ringOf;  // each kept point's ring, as the caller numbers rings (from 0)
+  std::vector<qorInt32> next;    // the following point of its ring
+  std::vector<qorInt32> prev;    // the preceding point of its ring
+  std::vector<int8_t> sign;      // each kept point's ring direction: +1 as given, -1 reversed
+  qorInt32 count = 0;            // kept points (the arrays may be longer)
+  double scale = 1;              // kept coordinates are the caller's times this power of two
+  double extent = 0;             // the largest coordinate difference (scaled)
+  double twiceArea = 0;          // twice the region's area (scaled): the outer ring's minus the holes'
+  // Makes room for `capacity` points and forgets the rings; the storage stays for the next call.
+  void begin(qorInt32 capacity, double scaleBy);
+  qorInt32 size() const { return count; }
+  // Keeps the ring whose `n` points the caller wrote to pts[count ..] and orig[count ..], with its caller's ring
+  // number and direction.
+  void keepRing(qorInt32 n, qorInt32 ring, int8_t direction);
   // For each ring number, whether `q` lies strictly inside that ring (a point on its boundary does not).
   std::vector<bool> ringsAround(const Pt& q) const;
 };
@@ -60,6 +62,11 @@ struct SweepCounts {
 
 class QOR_HIDDEN RingSweep {
  public:
+  // A point in sweep order: by y, then x, then its index.
+  struct Key {
+    double y, x;
+    qorInt32 point;
+  };
   // Check mode: the lowest touch and the lowest crossing.
   void check(const RingModel& model, Contact& touch, Contact& cross);
   // Rings mode: appends the triangles (caller's indices) to `out` and sets `twiceArea` to their doubled total area
@@ -70,34 +77,51 @@ class QOR_HIDDEN RingSweep {
 
  private:
   struct Edge {
-    qorInt32 lo, hi;   // nodes, lo before hi in the sweep
+    qorInt32 lo, hi;   // nodes, lo before hi in the sweep (both -1 once a bundle covers it wholly)
     qorInt32 delta;    // winding change from its right to its left: +1 running up, -1 running down (bundles sum)
     qorInt32 ring;     // caller's ring number
     qorInt32 partner;  // the ring of another edge bundled with it, or -1
     qorInt32 slot;     // its place in the status, or -1
     qorInt32 extra;    // the next edge that starts at the same node after a split, or -1
   };
+  // An active edge in the status, with its ends' coordinates at hand for the tests that search and compare.
   struct Slot {
+    Pt lo, hi;
     qorInt32 edge;
+    qorInt32 hiNode;
     qorInt32 wRight;    // winding number right of the edge
     qorInt32 interval;  // the polygon region right of the edge, or -1
     qorInt32 height;    // skip-list levels
     qorInt32 prev, next;
   };
   struct FrontNode {
+    Pt at;
     qorInt32 node, prev, next;
   };
   struct Interval {
     qorInt32 left, right, helper;  // front nodes; helper is the most recent node that reached the region
   };
 
+  Edge& edge(qorInt32 e) { return m_Edges[static_cast<size_t>(e)]; }
+  const Edge& edge(qorInt32 e) const { return m_Edges[static_cast<size_t>(e)]; }
+  Slot& slot(qorInt32 s) { return m_Slots[static_cast<size_t>(s)]; }
+  const Slot& slot(qorInt32 s) const { return m_Slots[static_cast<size_t>(s)]; }
+  FrontNode& front(qorInt32 f) { return m_Front[static_cast<size_t>(f)]; }
+  Interval& interval(qorInt32 i) { return m_Intervals[static_cast<size_t>(i)]; }
+  const Pt& pt(qorInt32 node) const { return m_NodePt[static_cast<size_t>(node)]; }
+
   void prepare(const RingModel& model, SweepMode mode);
   void sortNodes();
+  void mergeRuns();
+  void radixSort();
   void sweep();
+  bool regular(qorInt32 p, qorInt32 down, qorInt32 up);
+  bool lowest(qorInt32 p, qorInt32 a, qorInt32 b);
+  bool highest(qorInt32 p, qorInt32 a, qorInt32 b);
   void event(qorInt32 p);
   void collect(qorInt32 e, qorInt32 p, qorInt32& anySlot);
-  bool passesThrough(qorInt32 slot, qorInt32 p) const;
-  qorInt32 splitAt(qorInt32 slot, qorInt32 p);
+  bool passesThrough(qorInt32 s, qorInt32 p) const;
+  qorInt32 splitAt(qorInt32 s, qorInt32 p);
   void sortUp(qorInt32 p);
   void bundleUp(qorInt32 p);
   void checkThrough(qorInt32 p);
@@ -105,29 +129,29 @@ class QOR_HIDDEN RingSweep {
   bool inside(qorInt32 winding, qorInt32 p, qorInt32 leftEdge, qorInt32 rightEdge);
 
   // Status: a skip list of slots, slot 0 its head (left of everything).
-  qorInt32 newSlot(qorInt32 edge);
-  void insertAfter(qorInt32 at, qorInt32 slot);
-  void erase(qorInt32 slot);
+  qorInt32 newSlot(qorInt32 e);
+  void setEdge(qorInt32 s, qorInt32 e);
+  void insertAfter(qorInt32 at, qorInt32 s);
+  void erase(qorInt32 s);
   qorInt32 search(const Pt& p) const;
-  qorInt32& up(qorInt32 slot, qorInt32 level) { return m_Up[static_cast<size_t>(slot) * kLevels + level]; }
-  qorInt32 up(qorInt32 slot, qorInt32 level) const { return m_Up[static_cast<size_t>(slot) * kLevels + level]; }
+  qorInt32& up(qorInt32 s, qorInt32 level) { return m_Up[static_cast<size_t>(s) * kLevels + level]; }
+  qorInt32 up(qorInt32 s, qorInt32 level) const { return m_Up[static_cast<size_t>(s) * kLevels + level]; }
 
   // Fronts.
   qorInt32 newFront(qorInt32 node);
   qorInt32 newInterval(qorInt32 node);
-  qorInt32 allocInterval(const Interval& interval);
-  void addRight(qorInt32 interval, qorInt32 p);
-  void addLeft(qorInt32 interval, qorInt32 p);
-  void close(qorInt32 interval, qorInt32 p);
+  qorInt32 allocInterval(const Interval& iv);
+  void addRight(qorInt32 i, qorInt32 p);
+  void addLeft(qorInt32 i, qorInt32 p);
+  void close(qorInt32 i, qorInt32 p);
   void merge(qorInt32 left, qorInt32 right);
-  qorInt32 split(qorInt32 interval, qorInt32 p);
-  void emit(qorInt32 a, qorInt32 b, qorInt32 c);
+  qorInt32 split(qorInt32 i, qorInt32 p);
+  void emit(qorInt32 a, qorInt32 b, qorInt32 c, const Pt& pa, const Pt& pb, const Pt& pc);
 
   [[noreturn]] void fail(const std::string& detail, unsigned long line) const;
   std::string regionProblem(qorInt32 winding, qorInt32 p, qorInt32 leftEdge, qorInt32 rightEdge) const;
   void touch(qorInt32 p, qorInt32 ringA, qorInt32 ringB);
   void cross(const Pt& at, qorInt32 ringA, qorInt32 ringB);
-  const Pt& pt(qorInt32 node) const { return m_NodePt[static_cast<size_t>(node)]; }
 
   static constexpr qorInt32 kLevels = 12;
   static constexpr qorInt32 kNil = -1;
@@ -135,19 +159,22 @@ class QOR_HIDDEN RingSweep {
   const RingModel* m_Model = nullptr;
   SweepMode m_Mode = SweepMode::Check;
   const char* m_Prefix = "";
-  std::vector<qorInt32>* m_Out = nullptr;
+  qorInt32* m_Out = nullptr;  // where the next triangle goes
+  qorInt32* m_OutStart = nullptr;
   SweepCounts* m_Counts = nullptr;
   Contact m_Touch, m_Cross;
   Pt m_CrossAt{0, 0};     // the lowest crossing, scaled
   double m_Area = 0;      // twice the area of the triangles emitted so far
   std::string m_Problem;  // the first region covered other than once or not at all
 
+  qorInt32 m_Nodes = 0;
   std::vector<qorInt32> m_Order;      // kept points in sweep order
   std::vector<qorInt32> m_NodeStart;  // node p holds m_Order[m_NodeStart[p] .. m_NodeStart[p + 1])
   std::vector<Pt> m_NodePt;
   std::vector<qorInt32> m_NodeOrig;   // the caller's index of each node's first point
   std::vector<qorInt32> m_NodeOf;     // kept point -> node
   std::vector<qorInt32> m_ExtraHead;  // node -> first edge that starts there after a split
+  std::vector<uint8_t> m_Touched;     // node -> found on an active edge: its event must look for edges through it
   std::vector<Edge> m_Edges;          // edge i < model size runs from kept point i to the next point of its ring
 
   std::vector<Slot> m_Slots;
@@ -164,15 +191,10 @@ class QOR_HIDDEN RingSweep {
   std::vector<qorInt32> m_Through;   // edges that pass through the current node, in status order
   std::vector<qorInt32> m_Regions;   // scratch: intervals of the regions around the new edges
   std::vector<qorInt32> m_Windings;  // scratch: their winding numbers
-  struct Key {
-    double y, x;
-    qorInt32 point;
-  };
-  std::vector<Key> m_Keys;
+  std::vector<Key> m_Keys, m_Merged;
+  std::vector<qorInt32> m_Runs;  // scratch: where each sorted run of keys starts
+  std::vector<std::pair<uint64_t, qorInt32>> m_Radix, m_RadixTmp;
 };
-
-// The calling thread's engine, whose storage stays between calls.
-QOR_HIDDEN RingSweep& threadSweep();
 
 }  // namespace qor_internal
 
