@@ -248,6 +248,12 @@ qorInt32 qorTriangulateRings(qorInt32 count, const qorInt32* sizes, const double
   return static_cast<qorInt32>(appended.appended() / 3);
 }
 
+qorInt32 qorTriangulateRingsFill(qorInt32, const qorInt32*, const double (*)[2], qorFillRule, std::vector<qorInt32>&,
+                                 std::vector<double>& added) {
+  added.clear();
+  qorThrow("qorTriangulateRingsFill: not built yet", kUnit, __LINE__);
+}
+
 qorRingFixups qorTriangulateRingsFixups() { return t_Rings != nullptr ? t_Rings->fixups : qorRingFixups{}; }
 
 std::string qorCheckPolygon(qorInt32 count, const qorInt32* sizes, const double (*points)[2]) {

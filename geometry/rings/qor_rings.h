@@ -47,6 +47,22 @@
 QOR_API qorInt32 qorTriangulateRings(qorInt32 count, const qorInt32* sizes, const double (*points)[2],
                                      std::vector<qorInt32>& triangles);
 
+// Fill rules for rings whose edges may cross: the region is the set of points whose winding number (how many times
+// the rings wind around it, counter-clockwise positive) is odd, or is not zero.
+enum qorFillRule { qorFillEvenOdd = 1, qorFillNonZero = 2 };
+
+// Triangulates the region that `count` rings enclose under `rule`. Every ring is a contour of any orientation and
+// ring 0 is not special; repeated and closing points and zero-length edges are allowed, and edges may cross, touch
+// or overlap. Where edges cross, or a point lies on another edge, the edges are split there: each new point is
+// appended to `added` as an x, y pair (`added` is cleared first). Triangle indices 0..N-1 refer to the N input
+// points (all rows of all rings, rings of size 0 or less taking none); index N+k refers to added[2k], added[2k+1].
+// Appends counter-clockwise triangles to `triangles` (earlier contents stay) and returns how many. An input whose
+// region is empty gives no triangles and no error. Raises (appending nothing) on a count below 1, a null array,
+// more than 2^30 points, a coordinate that is not finite, coordinates out of range, or a rule that is neither.
+QOR_API qorInt32 qorTriangulateRingsFill(qorInt32 count, const qorInt32* sizes, const double (*points)[2],
+                                         qorFillRule rule, std::vector<qorInt32>& triangles,
+                                         std::vector<double>& added);
+
 // What qorTriangulateRings() found in its input, for the calling thread's most recent call.
 struct qorRingFixups {
   qorInt32 ringsReoriented;  // rings whose direction was reversed
