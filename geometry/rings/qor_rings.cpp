@@ -4,8 +4,10 @@
 #include <qor/qor_rings.h>
 
 #include <algorithm>
+#include <cfloat>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 
 #include "internal/ring_sweep.h"
@@ -99,32 +101,80 @@ class AppendGuard {
   bool m_Kept = false;
 };
 
-// The largest and the smallest non-zero coordinate magnitude, which decide the scale.
+// Coordinate magnitudes, kept as bits with the sign cleared (which order as the magnitudes do): the largest, which
+// also tells whether any coordinate is not finite, and the smallest non-zero one. Integer work in one pass.
 struct Magnitudes {
-  double largest = 0, smallest = INFINITY;
-  void add(double v) {
-    const double a = std::fabs(v);
-    largest = a > largest ? a : largest;
-    smallest = a != 0 && a < smallest ? a : smallest;
+  uint64_t largest = 0, smallestLess = ~0ull;  // the smallest non-zero one's bits minus 1
+  void add(const double* v, size_t n) {
+    uint64_t hi = largest, lo = smallestLess;
+    for (size_t i = 0; i < n; ++i) {
+      uint64_t b;
+      std::memcpy(&b, v + i, sizeof(b));
+      b &= 0x7fffffffffffffffull;
+      hi = b > hi ? b : hi;
+      lo = b - 1 < lo ? b - 1 : lo;
+    }
+    largest = hi;
+    smallestLess = lo;
   }
-  double scale() const { return qor_internal::exactScale(largest, smallest == INFINITY ? 0 : smallest); }
+  bool finite() const { return largest < 0x7ff0000000000000ull; }
+  double scale() const {
+    const uint64_t small = smallestLess == ~0ull ? 0 : smallestLess + 1;
+    double hi, lo;
+    std::memcpy(&hi, &largest, sizeof(hi));
+    std::memcpy(&lo, &small, sizeof(lo));
+    return qor_internal::exactScale(hi, lo);
+  }
 };
 
-// Writes the ring's points, scaled, to the model's free space, without a point equal to the one before it (the
-// first compared with the last). Returns how many points were written.
-qorInt32 writeRing(RingModel& model, const double (*points)[2], qorInt32 first, qorInt32 size) {
+// Appends the ring's points, scaled, to the model's free space, without a point equal to the one before it (the
+// first compared with the last), and estimates twice its area from its first point on the way (`magnitude` sums
+// the products' sizes, for the estimate's error bound). Returns how many points it kept.
+qorInt32 writeRing(RingModel& model, const double (*points)[2], qorInt32 first, qorInt32 size, double& twice,
+                   double& magnitude) {
   Pt* out = model.pts.data() + model.count;
   qorInt32* origin = model.orig.data() + model.count;
   const double scale = model.scale;
-  qorInt32 k = 0;
-  for (qorInt32 i = first; i < first + size; ++i) {
+  const Pt o{points[first][0] * scale, points[first][1] * scale};
+  out[0] = o;
+  origin[0] = first;
+  qorInt32 k = 1;
+  double sum = 0, size2 = 0;
+  for (qorInt32 i = first + 1; i < first + size; ++i) {
     const Pt p{points[i][0] * scale, points[i][1] * scale};
-    if (k > 0 && out[k - 1].x == p.x && out[k - 1].y == p.y) continue;
+    const Pt& last = out[k - 1];
+    if (last.x == p.x && last.y == p.y) continue;
+    const double l = (last.x - o.x) * (p.y - o.y), r = (last.y - o.y) * (p.x - o.x);
+    sum += l - r;
+    size2 += std::fabs(l) + std::fabs(r);
     out[k] = p;
     origin[k++] = i;
   }
-  while (k > 1 && out[k - 1].x == out[0].x && out[k - 1].y == out[0].y) --k;
+  while (k > 1 && out[k - 1].x == o.x && out[k - 1].y == o.y) --k;  // its terms were zero
+  twice = sum;
+  magnitude = size2;
   return k;
+}
+
+// -1, 0 or 1: the exact sign of twice the area of the ring of k points just written, from its estimate.
+int orientationOf(const RingModel& model, qorInt32 k, double twice, double magnitude) {
+  if (k < 3) return 0;
+  const double bound = (static_cast<double>(k) + 4.0) * DBL_EPSILON * magnitude;
+  if (twice > bound) return 1;
+  if (twice < -bound) return -1;
+  double estimate;
+  return qor_internal::ringOrientation(model.pts.data() + model.count, static_cast<size_t>(k), estimate);
+}
+
+// "a coordinate is not a finite number (ring R, point P)" for the first such point.
+[[noreturn]] void raiseNotFinite(qorInt32 count, const qorInt32* sizes, const double (*points)[2]) {
+  for (qorInt32 r = 0, first = 0; r < count; first += std::max(sizes[r], 0), ++r)
+    for (qorInt32 i = 0; i < sizes[r]; ++i)
+      if (!std::isfinite(points[first + i][0]) || !std::isfinite(points[first + i][1]))
+        ringsFailed("a coordinate is not a finite number (ring " + std::to_string(r + 1) + ", point " +
+                        std::to_string(i + 1) + ")",
+                    __LINE__);
+  ringsFailed("a coordinate is not a finite number", __LINE__);
 }
 
 std::string near(double x, double y) {
@@ -182,18 +232,8 @@ qorInt32 qorTriangulateRings(qorInt32 count, const qorInt32* sizes, const double
     if (total > kMostPoints) ringsFailed("too many points", __LINE__);
   }
   Magnitudes magnitudes;
-  for (qorInt32 r = 0, first = 0; r < count; ++r) {
-    for (qorInt32 i = 0; i < sizes[r]; ++i) {
-      const double x = points[first + i][0], y = points[first + i][1];
-      if (!std::isfinite(x) || !std::isfinite(y))
-        ringsFailed("a coordinate is not a finite number (ring " + std::to_string(r + 1) + ", point " +
-                        std::to_string(i + 1) + ")",
-                    __LINE__);
-      magnitudes.add(x);
-      magnitudes.add(y);
-    }
-    first += std::max(sizes[r], 0);
-  }
+  magnitudes.add(&points[0][0], 2 * static_cast<size_t>(total));
+  if (!magnitudes.finite()) raiseNotFinite(count, sizes, points);
   const double scale = magnitudes.scale();
   if (scale == 0) ringsFailed(kOutOfRange, __LINE__);
 
@@ -202,11 +242,10 @@ qorInt32 qorTriangulateRings(qorInt32 count, const qorInt32* sizes, const double
   qorInt32 firstWithArea = -1;
   for (qorInt32 r = 0, first = 0; r < count; first += std::max(sizes[r], 0), ++r) {
     if (sizes[r] <= 0) continue;
-    const qorInt32 k = writeRing(model, points, first, sizes[r]);
+    double twice = 0, magnitude = 0;
+    const qorInt32 k = writeRing(model, points, first, sizes[r], twice, magnitude);
     fixups.pointsDropped += sizes[r] - k;
-    double twice = 0;
-    const int orientation =
-        k >= 3 ? qor_internal::ringOrientation(model.pts.data() + model.count, static_cast<size_t>(k), twice) : 0;
+    const int orientation = orientationOf(model, k, twice, magnitude);
     if (orientation == 0) {
       if (k >= 3) raiseIfCrossing(rings, model.count, k, r);
       ++fixups.ringsDropped;
@@ -228,7 +267,8 @@ qorInt32 qorTriangulateRings(qorInt32 count, const qorInt32* sizes, const double
   qor_internal::SweepCounts counts;
   double twiceCovered = 0;
   try {
-    rings.sweep.triangulate(model, kRingsPrefix, triangles, counts, twiceCovered);
+    if (!rings.sweep.triangulateMonotone(model, triangles, twiceCovered))
+      rings.sweep.triangulate(model, kRingsPrefix, triangles, counts, twiceCovered);
   } catch (...) {
     fixups.pointsMerged = counts.pointsMerged, fixups.edgesSplit = counts.edgesSplit;
     fixups.edgesCancelled = counts.edgesCancelled;
@@ -265,18 +305,16 @@ std::string qorCheckPolygon(qorInt32 count, const qorInt32* sizes, const double 
     const qorInt32 k = sizes[c];
     if (k <= 0) continue;
     if (k < 3) return "contour " + std::to_string(c + 1) + " has fewer than 3 points";
-    for (qorInt32 i = first; i < first + k; ++i) {
+    for (qorInt32 i = first; i < first + k; ++i)
       if (!std::isfinite(points[i][0]) || !std::isfinite(points[i][1]))
         return "contour " + std::to_string(c + 1) + " has a coordinate that is not a finite number";
-      magnitudes.add(points[i][0]);
-      magnitudes.add(points[i][1]);
-    }
+    magnitudes.add(&points[first][0], 2 * static_cast<size_t>(k));
     first += k;
     total += k;
+    if (total > kMostPoints) return "more than 2^30 points";
   }
   const double scale = magnitudes.scale();
   if (scale == 0) return kOutOfRange;
-  if (total > kMostPoints) return "more than 2^30 points";
 
   ThreadRings& rings = threadRings();
   RingModel& model = rings.model;
@@ -285,7 +323,8 @@ std::string qorCheckPolygon(qorInt32 count, const qorInt32* sizes, const double 
   Contact repeated;
   for (qorInt32 c = 0, first = 0; c < count; first += std::max(sizes[c], 0), ++c) {
     if (sizes[c] <= 0) continue;
-    const qorInt32 k = writeRing(model, points, first, sizes[c]);
+    double twice, magnitude;
+    const qorInt32 k = writeRing(model, points, first, sizes[c], twice, magnitude);
     if (k < sizes[c]) {
       for (qorInt32 i = 0; i < sizes[c]; ++i) {
         const double* p = points[first + i];

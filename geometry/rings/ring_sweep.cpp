@@ -91,7 +91,7 @@ std::vector<bool> RingModel::ringsAround(const Pt& q) const {
 void RingSweep::check(const RingModel& model, Contact& touch, Contact& cross) {
   SweepCounts counts;
   m_Counts = &counts;
-  m_Out = m_OutStart = nullptr;
+  m_Out = nullptr;
   prepare(model, SweepMode::Check);
   sweep();
   touch = m_Touch;
@@ -103,20 +103,27 @@ void RingSweep::triangulate(const RingModel& model, const char* prefix, std::vec
   m_Prefix = prefix;
   m_Counts = &counts;
   prepare(model, SweepMode::Rings);
-  // The triangles are written straight into the caller's vector: a planar triangulation of V points has at most
-  // 2V - 4 triangles. The caller takes back what was appended if the call raises.
-  const size_t base = out.size();
-  out.resize(base + 6 * static_cast<size_t>(m_Nodes) + 3);
-  m_Out = m_OutStart = out.data() + base;
+  // A planar triangulation of V points has at most 2V - 4 triangles.
+  startOutput(2 * static_cast<size_t>(m_Nodes) + 1);
+  m_Orig = m_NodeOrig.data();
   sweep();
-  out.resize(base + static_cast<size_t>(m_Out - m_OutStart));
   if (m_Cross.kind == Contact::Cross) {
     std::string what = "ring " + std::to_string(m_Cross.ringB + 1) + " crosses ";
     what += m_Cross.ringA == m_Cross.ringB ? std::string("itself") : "ring " + std::to_string(m_Cross.ringA + 1);
     fail(what + near(m_Cross.x, m_Cross.y) + " (edges cross)", __LINE__);
   }
   if (!m_Problem.empty()) fail(m_Problem, __LINE__);
+  out.insert(out.end(), m_Triangles.get(), m_Out);
   twiceArea = m_Area;
+}
+
+void RingSweep::startOutput(size_t triangles) {
+  if (m_TrianglesSize < 3 * triangles) {
+    m_TrianglesSize = 3 * triangles;
+    m_Triangles.reset(new qorInt32[m_TrianglesSize]);
+  }
+  m_Out = m_Triangles.get();
+  m_Area = 0;
 }
 
 // --- Set-up -----------------------------------------------------------------------------------------------------
@@ -748,14 +755,6 @@ qorInt32 RingSweep::allocInterval(const Interval& iv) {
 qorInt32 RingSweep::newInterval(qorInt32 node) {
   const qorInt32 f = newFront(node);
   return allocInterval(Interval{f, f, f});
-}
-
-inline void RingSweep::emit(qorInt32 a, qorInt32 b, qorInt32 c, const Pt& pa, const Pt& pb, const Pt& pc) {
-  m_Area += (pb.x - pa.x) * (pc.y - pa.y) - (pb.y - pa.y) * (pc.x - pa.x);
-  m_Out[0] = m_NodeOrig[static_cast<size_t>(a)];
-  m_Out[1] = m_NodeOrig[static_cast<size_t>(b)];
-  m_Out[2] = m_NodeOrig[static_cast<size_t>(c)];
-  m_Out += 3;
 }
 
 void RingSweep::addRight(qorInt32 i, qorInt32 p) {

@@ -16,6 +16,7 @@
 #include <qor/qor_export.h>
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -74,6 +75,9 @@ class QOR_HIDDEN RingSweep {
   // also when it raises.
   void triangulate(const RingModel& model, const char* prefix, std::vector<qorInt32>& out, SweepCounts& counts,
                    double& twiceArea);
+  // A model of one ring that is monotone along y or along x, and simple: appends its triangles (the same the sweep
+  // would give) and returns true. Returns false, appending nothing, for any other ring (the sweep decides those).
+  bool triangulateMonotone(const RingModel& model, std::vector<qorInt32>& out, double& twiceArea);
 
  private:
   struct Edge {
@@ -146,7 +150,16 @@ class QOR_HIDDEN RingSweep {
   void close(qorInt32 i, qorInt32 p);
   void merge(qorInt32 left, qorInt32 right);
   qorInt32 split(qorInt32 i, qorInt32 p);
-  void emit(qorInt32 a, qorInt32 b, qorInt32 c, const Pt& pa, const Pt& pb, const Pt& pc);
+  // Writes the triangle a, b, c (counter-clockwise) and adds twice its area.
+  void emit(qorInt32 a, qorInt32 b, qorInt32 c, const Pt& pa, const Pt& pb, const Pt& pc) {
+    m_Area += (pb.x - pa.x) * (pc.y - pa.y) - (pb.y - pa.y) * (pc.x - pa.x);
+    m_Out[0] = m_Orig[a];
+    m_Out[1] = m_Orig[b];
+    m_Out[2] = m_Orig[c];
+    m_Out += 3;
+  }
+  void startOutput(size_t triangles);
+  bool monotoneAlong(const RingModel& model, const Pt* p);
 
   [[noreturn]] void fail(const std::string& detail, unsigned long line) const;
   std::string regionProblem(qorInt32 winding, qorInt32 p, qorInt32 leftEdge, qorInt32 rightEdge) const;
@@ -159,8 +172,10 @@ class QOR_HIDDEN RingSweep {
   const RingModel* m_Model = nullptr;
   SweepMode m_Mode = SweepMode::Check;
   const char* m_Prefix = "";
-  qorInt32* m_Out = nullptr;  // where the next triangle goes
-  qorInt32* m_OutStart = nullptr;
+  std::unique_ptr<qorInt32[]> m_Triangles;  // the triangles of a call, as the caller's indices
+  size_t m_TrianglesSize = 0;
+  qorInt32* m_Out = nullptr;         // where the next triangle goes
+  const qorInt32* m_Orig = nullptr;  // node (or point) -> the caller's index
   SweepCounts* m_Counts = nullptr;
   Contact m_Touch, m_Cross;
   Pt m_CrossAt{0, 0};     // the lowest crossing, scaled
@@ -194,6 +209,8 @@ class QOR_HIDDEN RingSweep {
   std::vector<Key> m_Keys, m_Merged;
   std::vector<qorInt32> m_Runs;  // scratch: where each sorted run of keys starts
   std::vector<std::pair<uint64_t, qorInt32>> m_Radix, m_RadixTmp;
+  std::vector<Pt> m_Turned;       // scratch: a ring turned by a quarter for the sweep along x
+  std::vector<qorInt32> m_Deque;  // scratch: the front of a monotone ring
 };
 
 }  // namespace qor_internal
