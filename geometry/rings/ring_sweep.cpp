@@ -6,6 +6,9 @@
 #include <cstdio>
 #include <cstring>
 
+// The few steps that every point goes through are inlined into the paths that call them.
+#define QOR_HOT_INLINE __attribute__((always_inline)) inline
+
 namespace qor_internal {
 
 namespace {
@@ -15,12 +18,6 @@ const char kUnit[] = "qor_rings";
 // Sweep order: by y, then x. Equal points are one node.
 inline bool below(const Pt& a, const Pt& b) { return a.y < b.y || (a.y == b.y && a.x < b.x); }
 
-inline bool keyBefore(const RingSweep::Key& a, const RingSweep::Key& b) {
-  if (a.y != b.y) return a.y < b.y;
-  if (a.x != b.x) return a.x < b.x;
-  return a.point < b.point;
-}
-
 // The bits of a double as an unsigned number in the same order (-0 taken as +0).
 inline uint64_t orderBits(double d) {
   d += 0.0;
@@ -28,6 +25,15 @@ inline uint64_t orderBits(double d) {
   std::memcpy(&b, &d, sizeof(b));
   return (b >> 63) != 0 ? ~b : b | 0x8000000000000000ull;
 }
+
+struct KeyBefore {
+  bool operator()(const RingSweep::Key& a, const RingSweep::Key& b) const {
+    if (a.y != b.y) return a.y < b.y;
+    if (a.x != b.x) return a.x < b.x;
+    return a.point < b.point;
+  }
+};
+const KeyBefore keyBefore;
 
 std::string near(double x, double y) {
   char text[80];
@@ -167,7 +173,8 @@ void RingSweep::sortNodes() {
   const RingModel& model = *m_Model;
   const size_t n = static_cast<size_t>(model.size());
   m_Keys.resize(n);
-  for (size_t i = 0; i < n; ++i) m_Keys[i] = Key{model.pts[i].y, model.pts[i].x, static_cast<qorInt32>(i)};
+  for (size_t i = 0; i < n; ++i)
+    m_Keys[i] = Key{orderBits(model.pts[i].y), orderBits(model.pts[i].x), static_cast<qorInt32>(i)};
   if (n <= 24) {
     for (size_t i = 1; i < n; ++i) {
       const Key k = m_Keys[i];
@@ -189,7 +196,7 @@ void RingSweep::sortNodes() {
     const Key& k = m_Keys[i];
     if (i == 0 || k.y != m_Keys[i - 1].y || k.x != m_Keys[i - 1].x) {
       m_NodeStart[nodes] = static_cast<qorInt32>(i);
-      m_NodePt[nodes] = Pt{k.x, k.y};
+      m_NodePt[nodes] = model.pts[static_cast<size_t>(k.point)];
       m_NodeOrig[nodes] = model.orig[static_cast<size_t>(k.point)];
       ++nodes;
     }
@@ -249,7 +256,7 @@ void RingSweep::radixSort() {
   const size_t n = m_Keys.size();
   m_Radix.resize(n);
   m_RadixTmp.resize(n);
-  for (size_t i = 0; i < n; ++i) m_Radix[i] = {orderBits(model.pts[i].y), static_cast<qorInt32>(i)};
+  for (size_t i = 0; i < n; ++i) m_Radix[i] = {m_Keys[i].y, m_Keys[i].point};
   size_t counts[2048];
   for (int shift = 0; shift < 64; shift += 11) {
     std::memset(counts, 0, sizeof(counts));
@@ -266,7 +273,7 @@ void RingSweep::radixSort() {
   }
   for (size_t i = 0; i < n; ++i) {
     const size_t point = static_cast<size_t>(m_Radix[i].second);
-    m_Keys[i] = Key{model.pts[point].y, model.pts[point].x, m_Radix[i].second};
+    m_Keys[i] = Key{m_Radix[i].first, orderBits(model.pts[point].x), m_Radix[i].second};
   }
   for (size_t i = 0; i < n;) {
     size_t j = i + 1;
@@ -602,7 +609,7 @@ bool RingSweep::inside(qorInt32 winding, qorInt32 p, qorInt32 leftEdge, qorInt32
   return false;
 }
 
-void RingSweep::crossTest(qorInt32 leftSlot, qorInt32 rightSlot) {
+QOR_HOT_INLINE void RingSweep::crossTest(qorInt32 leftSlot, qorInt32 rightSlot) {
   if (leftSlot == 0 || rightSlot == kNil) return;
   const Slot &a = slot(leftSlot), &b = slot(rightSlot);
   if (a.hiNode == b.hiNode) return;
@@ -688,7 +695,7 @@ qorInt32 RingSweep::newSlot(qorInt32 e) {
   return s;
 }
 
-void RingSweep::setEdge(qorInt32 s, qorInt32 e) {
+QOR_HOT_INLINE void RingSweep::setEdge(qorInt32 s, qorInt32 e) {
   Slot& sl = slot(s);
   Edge& ed = edge(e);
   sl.edge = e;
@@ -736,7 +743,7 @@ qorInt32 RingSweep::search(const Pt& p) const {
 
 // --- Fronts -------------------------------------------------------------------------------------------------------
 
-qorInt32 RingSweep::newFront(qorInt32 node) {
+QOR_HOT_INLINE qorInt32 RingSweep::newFront(qorInt32 node) {
   m_Front.push_back(FrontNode{pt(node), node, kNil, kNil});
   return static_cast<qorInt32>(m_Front.size()) - 1;
 }
@@ -757,7 +764,7 @@ qorInt32 RingSweep::newInterval(qorInt32 node) {
   return allocInterval(Interval{f, f, f});
 }
 
-void RingSweep::addRight(qorInt32 i, qorInt32 p) {
+QOR_HOT_INLINE void RingSweep::addRight(qorInt32 i, qorInt32 p) {
   // The point arrives at the right end of the front: cut off each triangle it makes with the front's last edge
   // while that edge's far end is convex.
   const Pt& at = pt(p);
@@ -778,7 +785,7 @@ void RingSweep::addRight(qorInt32 i, qorInt32 p) {
   interval(i).helper = f;
 }
 
-void RingSweep::addLeft(qorInt32 i, qorInt32 p) {
+QOR_HOT_INLINE void RingSweep::addLeft(qorInt32 i, qorInt32 p) {
   const Pt& at = pt(p);
   qorInt32 b = interval(i).left;
   for (;;) {

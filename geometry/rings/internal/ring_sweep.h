@@ -63,9 +63,10 @@ struct SweepCounts {
 
 class QOR_HIDDEN RingSweep {
  public:
-  // A point in sweep order: by y, then x, then its index.
+  // A point in sweep order: by y, then x, then its index; the coordinates as unsigned numbers in the doubles'
+  // order, so that comparing them takes two integer comparisons.
   struct Key {
-    double y, x;
+    uint64_t y, x;
     qorInt32 point;
   };
   // Check mode: the lowest touch and the lowest crossing.
