@@ -72,6 +72,12 @@ class Expansion {
     if (m_Parts.empty()) return 0;
     return m_Parts.back() > 0 ? 1 : -1;
   }
+  // The value, rounded: the components from the smallest up (within a unit in the last place).
+  double value() const {
+    double v = 0;
+    for (double e : m_Parts) v += e;
+    return v;
+  }
   // Rewrites the components so that there are as few as the value needs (long sums grow them otherwise).
   void compress() {
     std::vector<double> parts;
@@ -104,13 +110,36 @@ void addOrientation(Expansion& sum, const Pt& a, const Pt& b, const Pt& c) {
 
 }  // namespace
 
-double orient2dExact(const Pt& a, const Pt& b, const Pt& c) {
+namespace {
+
+// (a2 - a1) x (b2 - b1) as an exact expansion.
+Expansion crossExpansion(const Pt& a1, const Pt& a2, const Pt& b1, const Pt& b2) {
+  double acx, acxt, acy, acyt, bcx, bcxt, bcy, bcyt;
+  twoDiff(a2.x, a1.x, acx, acxt);
+  twoDiff(a2.y, a1.y, acy, acyt);
+  twoDiff(b2.x, b1.x, bcx, bcxt);
+  twoDiff(b2.y, b1.y, bcy, bcyt);
+  Expansion det;
+  det.addProduct(acx, bcy);
+  det.addProduct(-acy, bcx);
+  det.addProduct(acx, bcyt);
+  det.addProduct(acxt, bcy);
+  det.addProduct(acxt, bcyt);
+  det.addProduct(-acy, bcxt);
+  det.addProduct(-acyt, bcx);
+  det.addProduct(-acyt, bcxt);
+  return det;
+}
+
+}  // namespace
+
+double crossExact(const Pt& a1, const Pt& a2, const Pt& b1, const Pt& b2) {
   // Most undecided cases have exact differences (points on a grid, or collinear runs): two products settle them.
   double acx, acxt, acy, acyt, bcx, bcxt, bcy, bcyt;
-  twoDiff(a.x, c.x, acx, acxt);
-  twoDiff(a.y, c.y, acy, acyt);
-  twoDiff(b.x, c.x, bcx, bcxt);
-  twoDiff(b.y, c.y, bcy, bcyt);
+  twoDiff(a2.x, a1.x, acx, acxt);
+  twoDiff(a2.y, a1.y, acy, acyt);
+  twoDiff(b2.x, b1.x, bcx, bcxt);
+  twoDiff(b2.y, b1.y, bcy, bcyt);
   Expansion det;
   det.addProduct(acx, bcy);
   det.addProduct(-acy, bcx);
@@ -167,11 +196,12 @@ double areaTolerance(double extent, long terms) {
 }
 
 Pt crossingPoint(const Pt& a, const Pt& b, const Pt& c, const Pt& d) {
-  // Estimates, not orient2d(): its slow path returns signs only.
-  const double da = (c.x - a.x) * (d.y - a.y) - (c.y - a.y) * (d.x - a.x);
-  const double db = (c.x - b.x) * (d.y - b.y) - (c.y - b.y) * (d.x - b.x);
-  const double t = da == db ? 0.5 : da / (da - db);
-  Pt x{a.x + t * (b.x - a.x), a.y + t * (b.y - a.y)};
+  // How far a and b lie from the line c d, exact and then rounded once, so that the point along a b is within a
+  // few units in the last place of the true crossing, however nearly parallel the edges are.
+  const double da = crossExpansion(a, c, a, d).value(), db = crossExpansion(b, c, b, d).value();
+  const long double t = da == db ? 0.5L : static_cast<long double>(da) / (static_cast<long double>(da) - db);
+  Pt x{static_cast<double>(a.x + t * (static_cast<long double>(b.x) - a.x)),
+       static_cast<double>(a.y + t * (static_cast<long double>(b.y) - a.y))};
   // Rounding may leave the point a hair outside either segment's box; keep it inside both.
   x.x = std::min(std::max(x.x, std::max(std::min(a.x, b.x), std::min(c.x, d.x))),
                  std::min(std::max(a.x, b.x), std::max(c.x, d.x)));

@@ -11,6 +11,7 @@
 #include <qor/qor_export.h>
 
 #include <cfloat>
+#include <cmath>
 #include <cstddef>
 
 namespace qor_internal {
@@ -22,8 +23,8 @@ struct Pt {
 // The estimate's relative error bound: (3 + 16 eps) eps, eps = 2^-53.
 constexpr double kOrientBound = (3.0 + 16.0 * (DBL_EPSILON / 2)) * (DBL_EPSILON / 2);
 
-// The exact sign of (a - c) x (b - c), as -1, 0 or 1. The slow path of orient2d().
-QOR_HIDDEN double orient2dExact(const Pt& a, const Pt& b, const Pt& c);
+// The exact sign of (a2 - a1) x (b2 - b1), as -1, 0 or 1. The slow path of orient2d() and crossDirections().
+QOR_HIDDEN double crossExact(const Pt& a1, const Pt& a2, const Pt& b1, const Pt& b2);
 
 // Twice the signed area of the triangle a, b, c: positive when it runs counter-clockwise, negative when clockwise,
 // zero exactly when the points are collinear. The sign is exact; the magnitude is an estimate, except that a
@@ -44,7 +45,19 @@ inline double orient2d(const Pt& a, const Pt& b, const Pt& c) {
   }
   const double bound = kOrientBound * sum;
   if (det >= bound || -det >= bound) return det;
-  return orient2dExact(a, b, c);
+  return crossExact(c, a, c, b);
+}
+
+// The cross product of the directions a1 -> a2 and b1 -> b2: positive when b turns left from a, zero exactly when
+// they are parallel. The sign is exact, as for orient2d().
+inline double crossDirections(const Pt& a1, const Pt& a2, const Pt& b1, const Pt& b2) {
+  const double left = (a2.x - a1.x) * (b2.y - b1.y);
+  const double right = (a2.y - a1.y) * (b2.x - b1.x);
+  const double det = left - right;
+  const double sum = std::fabs(left) + std::fabs(right);
+  const double bound = kOrientBound * sum;
+  if (det > bound || -det > bound) return det;
+  return crossExact(a1, a2, b1, b2);
 }
 
 // The exact sign of the sum of orient2d(o, p[i], p[i + 1]) over a closed ring of n points (twice its signed area):

@@ -20,6 +20,7 @@ using qor_internal::RingModel;
 
 const char kUnit[] = "qor_rings";
 const char kRingsPrefix[] = "qorTriangulateRings: ";
+const char kFillPrefix[] = "qorTriangulateRingsFill: ";
 const char kOutOfRange[] = "the coordinates are out of range (their magnitudes span more than 2^400)";
 constexpr long long kMostPoints = 1LL << 30;
 // Above this many points a call gives its thread's storage back when it ends.
@@ -27,6 +28,10 @@ constexpr qorInt32 kKeptPoints = 1 << 16;
 
 [[noreturn]] void ringsFailed(const std::string& detail, unsigned long line) {
   qorThrowComposed(kRingsPrefix, detail.c_str(), kUnit, line);
+}
+
+[[noreturn]] void fillFailed(const std::string& detail, unsigned long line) {
+  qorThrowComposed(kFillPrefix, detail.c_str(), kUnit, line);
 }
 
 // Everything a thread's calls keep between them.
@@ -167,14 +172,16 @@ int orientationOf(const RingModel& model, qorInt32 k, double twice, double magni
 }
 
 // "a coordinate is not a finite number (ring R, point P)" for the first such point.
-[[noreturn]] void raiseNotFinite(qorInt32 count, const qorInt32* sizes, const double (*points)[2]) {
-  for (qorInt32 r = 0, first = 0; r < count; first += std::max(sizes[r], 0), ++r)
+[[noreturn]] void raiseNotFinite(qorInt32 count, const qorInt32* sizes, const double (*points)[2],
+                                 const char* prefix = kRingsPrefix) {
+  std::string detail = "a coordinate is not a finite number";
+  for (qorInt32 r = 0, first = 0; r < count && detail.back() == 'r'; first += std::max(sizes[r], 0), ++r)
     for (qorInt32 i = 0; i < sizes[r]; ++i)
-      if (!std::isfinite(points[first + i][0]) || !std::isfinite(points[first + i][1]))
-        ringsFailed("a coordinate is not a finite number (ring " + std::to_string(r + 1) + ", point " +
-                        std::to_string(i + 1) + ")",
-                    __LINE__);
-  ringsFailed("a coordinate is not a finite number", __LINE__);
+      if (!std::isfinite(points[first + i][0]) || !std::isfinite(points[first + i][1])) {
+        detail += " (ring " + std::to_string(r + 1) + ", point " + std::to_string(i + 1) + ")";
+        break;
+      }
+  qorThrowComposed(prefix, detail.c_str(), kUnit, __LINE__);
 }
 
 std::string near(double x, double y) {
@@ -267,7 +274,7 @@ qorInt32 qorTriangulateRings(qorInt32 count, const qorInt32* sizes, const double
   qor_internal::SweepCounts counts;
   double twiceCovered = 0;
   try {
-    if (!rings.sweep.triangulateMonotone(model, triangles, twiceCovered))
+    if (!rings.sweep.triangulateMonotone(model, model.sign[0] > 0, triangles, twiceCovered))
       rings.sweep.triangulate(model, kRingsPrefix, triangles, counts, twiceCovered);
   } catch (...) {
     fixups.pointsMerged = counts.pointsMerged, fixups.edgesSplit = counts.edgesSplit;
@@ -288,10 +295,54 @@ qorInt32 qorTriangulateRings(qorInt32 count, const qorInt32* sizes, const double
   return static_cast<qorInt32>(appended.appended() / 3);
 }
 
-qorInt32 qorTriangulateRingsFill(qorInt32, const qorInt32*, const double (*)[2], qorFillRule, std::vector<qorInt32>&,
-                                 std::vector<double>& added) {
+qorInt32 qorTriangulateRingsFill(qorInt32 count, const qorInt32* sizes, const double (*points)[2], qorFillRule rule,
+                                 std::vector<qorInt32>& triangles, std::vector<double>& added) {
   added.clear();
-  qorThrow("qorTriangulateRingsFill: not built yet", kUnit, __LINE__);
+  if (rule != qorFillEvenOdd && rule != qorFillNonZero)
+    qorThrow("qorTriangulateRingsFill: the fill rule must be qorFillEvenOdd or qorFillNonZero", kUnit, __LINE__);
+  if (count < 1) fillFailed("the ring count must be at least 1", __LINE__);
+  if (sizes == nullptr || points == nullptr) fillFailed("null sizes or points", __LINE__);
+  long long total = 0;
+  for (qorInt32 r = 0; r < count; ++r) {
+    if (sizes[r] > 0) total += sizes[r];
+    if (total > kMostPoints) fillFailed("too many points", __LINE__);
+  }
+  Magnitudes magnitudes;
+  magnitudes.add(&points[0][0], 2 * static_cast<size_t>(total));
+  if (!magnitudes.finite()) raiseNotFinite(count, sizes, points, kFillPrefix);
+  const double scale = magnitudes.scale();
+  if (scale == 0) fillFailed(kOutOfRange, __LINE__);
+
+  ThreadRings& rings = threadRings();
+  RingModel& model = rings.model;
+  model.begin(static_cast<qorInt32>(total), scale);
+  qorInt32 rows = 0, kept = 0;
+  int orientation = 0;
+  for (qorInt32 r = 0, first = 0; r < count; first += std::max(sizes[r], 0), ++r) {
+    if (sizes[r] <= 0) continue;
+    rows += sizes[r];
+    double twice = 0, magnitude = 0;
+    const qorInt32 k = writeRing(model, points, first, sizes[r], twice, magnitude);
+    if (k < 2) continue;  // a single point encloses nothing
+    orientation = orientationOf(model, k, twice, magnitude);
+    model.keepRing(k, r, 1);
+    ++kept;
+  }
+  AppendGuard appended(triangles);
+  try {
+    double twiceCovered;
+    // One simple ring is its own region under either rule.
+    if (kept != 1 || orientation == 0 ||
+        !rings.sweep.triangulateMonotone(model, orientation > 0, triangles, twiceCovered))
+      if (kept > 0) rings.sweep.fill(model, rule, rows, kFillPrefix, triangles, added);
+  } catch (...) {
+    added.clear();
+    releaseIfLarge(model.count);
+    throw;
+  }
+  releaseIfLarge(model.count);
+  appended.keep();
+  return static_cast<qorInt32>(appended.appended() / 3);
 }
 
 qorRingFixups qorTriangulateRingsFixups() { return t_Rings != nullptr ? t_Rings->fixups : qorRingFixups{}; }

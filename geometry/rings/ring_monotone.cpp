@@ -14,25 +14,25 @@ inline bool before(const Pt& a, const Pt& b) { return a.y < b.y || (a.y == b.y &
 
 }  // namespace
 
-bool RingSweep::triangulateMonotone(const RingModel& model, std::vector<qorInt32>& out, double& twiceArea) {
+bool RingSweep::triangulateMonotone(const RingModel& model, bool ccw, std::vector<qorInt32>& out, double& twiceArea) {
   const qorInt32 n = model.size();
   if (n < 3 || model.prev[0] != n - 1) return false;  // not a single ring
   m_Orig = model.orig.data();
   startOutput(static_cast<size_t>(n));
-  if (!monotoneAlong(model, model.pts.data())) {
+  if (!monotoneAlong(model, model.pts.data(), ccw)) {
     // Along x: turned by a quarter, (x, y) -> (y, -x), which keeps every orientation.
     m_Turned.resize(static_cast<size_t>(n));
     for (qorInt32 i = 0; i < n; ++i)
       m_Turned[static_cast<size_t>(i)] = Pt{model.pts[static_cast<size_t>(i)].y, -model.pts[static_cast<size_t>(i)].x};
     startOutput(static_cast<size_t>(n));
-    if (!monotoneAlong(model, m_Turned.data())) return false;
+    if (!monotoneAlong(model, m_Turned.data(), ccw)) return false;
   }
   out.insert(out.end(), m_Triangles.get(), m_Out);
   twiceArea = m_Area;
   return true;
 }
 
-bool RingSweep::monotoneAlong(const RingModel& model, const Pt* p) {
+bool RingSweep::monotoneAlong(const RingModel& model, const Pt* p, bool ccw) {
   const qorInt32 n = model.size();
   // The lowest and the highest point, and whether the ring turns between rising and falling exactly twice.
   qorInt32 low = 0, high = 0, turns = 0;
@@ -48,7 +48,6 @@ bool RingSweep::monotoneAlong(const RingModel& model, const Pt* p) {
   if (turns != 2) return false;
 
   // Counter-clockwise from the lowest point the ring climbs its right chain; clockwise, its left one.
-  const bool ccw = model.sign[0] > 0;
   auto step = [&](qorInt32 i, bool forward) { return forward ? (i + 1 < n ? i + 1 : 0) : (i > 0 ? i - 1 : n - 1); };
   qorInt32 lastR = low, r = step(low, ccw);  // right chain: last point taken, next point
   qorInt32 lastL = low, l = step(low, !ccw);

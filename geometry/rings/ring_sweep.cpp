@@ -3,8 +3,10 @@
 #include <qor/qor_assert.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <cstdlib>
 
 // The few steps that every point goes through are inlined into the paths that call them.
 #define QOR_HOT_INLINE __attribute__((always_inline)) inline
@@ -123,6 +125,21 @@ void RingSweep::triangulate(const RingModel& model, const char* prefix, std::vec
   twiceArea = m_Area;
 }
 
+void RingSweep::fill(const RingModel& model, int rule, qorInt32 inputPoints, const char* prefix,
+                     std::vector<qorInt32>& out, std::vector<double>& added) {
+  SweepCounts counts;
+  m_Prefix = prefix;
+  m_Counts = &counts;
+  m_Rule = rule;
+  m_InputPoints = inputPoints;
+  m_Added = &added;
+  prepare(model, SweepMode::Fill);
+  startOutput(2 * static_cast<size_t>(m_Nodes) + 1);
+  m_Orig = m_NodeOrig.data();
+  sweep();
+  out.insert(out.end(), m_Triangles.get(), m_Out);
+}
+
 void RingSweep::startOutput(size_t triangles) {
   if (m_TrianglesSize < 3 * triangles) {
     m_TrianglesSize = 3 * triangles;
@@ -149,11 +166,28 @@ void RingSweep::prepare(const RingModel& model, SweepMode mode) {
     const qorInt32 a = m_NodeOf[static_cast<size_t>(i)];
     const qorInt32 b = m_NodeOf[static_cast<size_t>(model.next[static_cast<size_t>(i)])];
     const qorInt32 delta = a < b ? model.sign[static_cast<size_t>(i)] : -model.sign[static_cast<size_t>(i)];
+    const qorInt32 lo = std::min(a, b), hi = std::max(a, b);
     m_Edges[static_cast<size_t>(i)] =
-        Edge{std::min(a, b), std::max(a, b), delta, model.ringOf[static_cast<size_t>(i)], kNil, kNil, kNil};
+        Edge{pt(lo), pt(hi), lo, hi, delta, model.ringOf[static_cast<size_t>(i)], kNil, kNil, kNil};
   }
   m_ExtraHead.assign(static_cast<size_t>(m_Nodes), kNil);
   m_Touched.assign(static_cast<size_t>(m_Nodes), 0);
+  if (mode == SweepMode::Fill) {
+    m_NodeKey.resize(static_cast<size_t>(m_Nodes));
+    for (qorInt32 p = 0; p < m_Nodes; ++p) {
+      const Key& k = m_Keys[static_cast<size_t>(m_NodeStart[static_cast<size_t>(p)])];
+      m_NodeKey[static_cast<size_t>(p)] = NodeKey{k.y, k.x};
+    }
+    m_ForcedHead.assign(static_cast<size_t>(m_Nodes), kNil);
+    m_Forced.clear();
+    m_Heap.clear();
+    m_CrossingAt.clear();
+    m_PairAt.clear();
+    m_SlotMark.clear();
+    m_Stamp = 0;
+    // n edges cross at most n (n - 1) / 2 times; rounding adds a few more near each crossing.
+    m_CrossingLimit = static_cast<size_t>(n) * static_cast<size_t>(n) + 64 * static_cast<size_t>(n) + 1024;
+  }
 
   m_Slots.resize(1);
   m_Slots[0] = Slot{Pt{0, 0}, Pt{0, 0}, kNil, kNil, 0, kNil, kLevels, kNil, kNil};  // the head
@@ -205,6 +239,8 @@ void RingSweep::sortNodes() {
   }
   m_NodeStart[nodes] = static_cast<qorInt32>(n);
   m_Nodes = static_cast<qorInt32>(nodes);
+  m_NodePt.resize(nodes);  // crossings append theirs
+  m_NodeOrig.resize(nodes);
 }
 
 void RingSweep::mergeRuns() {
@@ -287,9 +323,17 @@ void RingSweep::radixSort() {
 
 void RingSweep::sweep() {
   const RingModel& model = *m_Model;
-  for (qorInt32 p = 0; p < m_Nodes; ++p) {
+  qorInt32 nextStatic = 0;
+  for (;;) {
+    const qorInt32 p = nextNode(nextStatic);
+    if (p == kNil) break;
+    m_Current = p;
     // Past the lowest crossing found so far, the order of the active edges no longer holds: stop there.
     if (m_Cross.kind == Contact::Cross && !below(pt(p), m_CrossAt)) break;
+    if (p >= m_Nodes || (m_Mode == SweepMode::Fill && m_ForcedHead[static_cast<size_t>(p)] != kNil)) {
+      event(p);
+      continue;
+    }
     // Most nodes are one point of one ring with nothing else on them: the point goes on a chain, or is the lowest
     // or highest point of two chains. Those have paths of their own; the general event handles the rest.
     const qorInt32 begin = m_NodeStart[static_cast<size_t>(p)];
@@ -306,10 +350,121 @@ void RingSweep::sweep() {
         done = lowest(p, u, v);
       else if (eu.hi == p && ev.hi == p)
         done = highest(p, u, v);
-      if (done) continue;
+      if (done) { if (getenv("TRACE")) { fprintf(stderr, "fast %d (%g,%g) status:", p, pt(p).x, pt(p).y); for (qorInt32 s = slot(0).next; s != kNil; s = slot(s).next) fprintf(stderr, " e%d[%g,%g->%g,%g]w%d", slot(s).edge, slot(s).sa.x, slot(s).sa.y, slot(s).sb.x, slot(s).sb.y, slot(s).wRight); fprintf(stderr, "\n"); } continue; }
     }
     event(p);
   }
+}
+
+qorInt32 RingSweep::nextNode(qorInt32& nextStatic) {
+  // The input's points in their sorted order, and in fill mode the crossings found on the way, lowest first.
+  if (m_Heap.empty()) return nextStatic < m_Nodes ? nextStatic++ : kNil;
+  const auto later = [this](qorInt32 a, qorInt32 b) { return nodeBefore(b, a); };
+  if (nextStatic < m_Nodes && nodeBefore(nextStatic, m_Heap.front())) return nextStatic++;
+  std::pop_heap(m_Heap.begin(), m_Heap.end(), later);
+  const qorInt32 p = m_Heap.back();
+  m_Heap.pop_back();
+  return p;
+}
+
+bool RingSweep::nodeBefore(qorInt32 a, qorInt32 b) const {
+  if (a < m_Nodes && b < m_Nodes) return a < b;
+  const NodeKey &ka = m_NodeKey[static_cast<size_t>(a)], &kb = m_NodeKey[static_cast<size_t>(b)];
+  return ka.y < kb.y || (ka.y == kb.y && ka.x < kb.x);
+}
+
+qorInt32 RingSweep::nodeAt(const Pt& at) {
+  // An input point at the same place is that node; an earlier crossing there is that one; else a new node.
+  const NodeKey key{orderBits(at.y), orderBits(at.x)};
+  const auto found = std::lower_bound(m_Keys.begin(), m_Keys.end(), key, [](const Key& k, const NodeKey& want) {
+    return k.y < want.y || (k.y == want.y && k.x < want.x);
+  });
+  if (found != m_Keys.end() && found->y == key.y && found->x == key.x)
+    return m_NodeOf[static_cast<size_t>(found->point)];
+  const auto crossing = m_CrossingAt.find(key);
+  if (crossing != m_CrossingAt.end()) return crossing->second;
+  const qorInt32 node = static_cast<qorInt32>(m_NodePt.size());
+  m_NodePt.push_back(at);
+  m_NodeKey.push_back(key);
+  m_NodeOrig.push_back(m_InputPoints + static_cast<qorInt32>(m_Added->size() / 2));
+  m_Orig = m_NodeOrig.data();
+  m_Added->push_back(at.x / m_Model->scale);
+  m_Added->push_back(at.y / m_Model->scale);
+  m_ExtraHead.push_back(kNil);
+  m_Touched.push_back(0);
+  m_ForcedHead.push_back(kNil);
+  m_CrossingAt.emplace(key, node);
+  m_Heap.push_back(node);
+  std::push_heap(m_Heap.begin(), m_Heap.end(), [this](qorInt32 a, qorInt32 b) { return nodeBefore(b, a); });
+  // Each node adds at most two triangles: keep room for them.
+  const size_t need = 3 * (2 * m_NodePt.size() + 1);
+  if (m_TrianglesSize < need) {
+    const size_t written = static_cast<size_t>(m_Out - m_Triangles.get());
+    std::unique_ptr<qorInt32[]> larger(new qorInt32[2 * need]);
+    std::copy(m_Triangles.get(), m_Out, larger.get());
+    m_Triangles.swap(larger);
+    m_TrianglesSize = 2 * need;
+    m_Out = m_Triangles.get() + written;
+  }
+  return node;
+}
+
+void RingSweep::scheduleCrossing(qorInt32 leftSlot, qorInt32 rightSlot) {
+  // Two neighbouring edges cross above the sweep: both are split at the crossing, when the sweep gets there.
+  const Slot &l = slot(leftSlot), &r = slot(rightSlot);
+  const uint64_t pair = static_cast<uint64_t>(static_cast<uint32_t>(l.edge)) << 32 | static_cast<uint32_t>(r.edge);
+  if (m_PairAt.count(pair) != 0) return;
+  Pt at = crossingPoint(l.sa, l.sb, r.sa, r.sb);
+  // Rounding may put the point at or below the node being swept, or at or beyond the nearer end of the two edges:
+  // it goes just above the node, or onto that end.
+  const qorInt32 end = nodeBefore(l.hiNode, r.hiNode) ? l.hiNode : r.hiNode;
+  const Pt now = pt(m_Current);
+  if (!below(now, at)) at = Pt{std::nextafter(now.x, INFINITY), now.y};
+  const qorInt32 node = below(at, pt(end)) ? nodeAt(at) : end;
+  m_PairAt.emplace(pair, node);
+  m_Forced.push_back(Forced{l.edge, r.edge, m_ForcedHead[static_cast<size_t>(node)]});
+  m_ForcedHead[static_cast<size_t>(node)] = static_cast<qorInt32>(m_Forced.size()) - 1;
+  if (m_Forced.size() > m_CrossingLimit)
+    fail("the crossings could not be resolved (too many crossing points)", __LINE__);
+}
+
+void RingSweep::bridge(qorInt32 p, qorInt32& first, qorInt32& last) {
+  // Rounding may leave an edge that ends here, or a marked one, a few slots away from the block: the block takes
+  // in everything up to it. Edges so close to the crossing go through it.
+  const auto belongs = [&](qorInt32 s) { return slot(s).hiNode == p || m_SlotMark[static_cast<size_t>(s)] == m_Stamp; };
+  for (int side = 0; side < 2; ++side) {
+    qorInt32 s = side == 0 ? slot(first).prev : slot(last).next;
+    for (int steps = 0; s != 0 && s != kNil && steps < 8; ++steps) {
+      if (belongs(s)) {
+        (side == 0 ? first : last) = s;
+        steps = -1;
+      }
+      s = side == 0 ? slot(s).prev : slot(s).next;
+    }
+  }
+}
+
+qorInt32 RingSweep::markForced(qorInt32 p) {
+  // Marks the slots of every pair that crosses here and is still in its order below: both edges, and whatever
+  // rounding left between them (edges that pass within rounding of the crossing go through it too). Returns one of
+  // them, or -1 when every pair has already been split elsewhere.
+  ++m_Stamp;
+  if (m_SlotMark.size() < m_Slots.size()) m_SlotMark.resize(2 * m_Slots.size(), 0);
+  qorInt32 any = kNil;
+  for (qorInt32 f = m_ForcedHead[static_cast<size_t>(p)]; f != kNil; f = m_Forced[static_cast<size_t>(f)].next) {
+    const qorInt32 sa = edge(m_Forced[static_cast<size_t>(f)].a).slot,
+                   sb = edge(m_Forced[static_cast<size_t>(f)].b).slot;
+    if (sa == kNil || sb == kNil) continue;
+    qorInt32 s = sa;
+    for (int steps = 0; s != kNil && s != sb && steps < 16; ++steps) s = slot(s).next;
+    if (s != sb) continue;
+    for (s = sa;; s = slot(s).next) {
+      m_SlotMark[static_cast<size_t>(s)] = m_Stamp;
+      if (s == sb) break;
+    }
+    any = sa;
+  }
+  return any;
 }
 
 bool RingSweep::regular(qorInt32 p, qorInt32 down, qorInt32 up) {
@@ -318,7 +473,7 @@ bool RingSweep::regular(qorInt32 p, qorInt32 down, qorInt32 up) {
   const qorInt32 s = edge(down).slot;
   if (s == kNil) return false;
   const qorInt32 left = slot(s).prev, right = slot(s).next;
-  if (m_Mode == SweepMode::Rings) {
+  if (m_Mode != SweepMode::Check) {
     const qorInt32 before = slot(left).interval, after = slot(s).interval;
     if (before != kNil) addRight(before, p);
     if (after != kNil) addLeft(after, p);
@@ -338,10 +493,10 @@ bool RingSweep::lowest(qorInt32 p, qorInt32 a, qorInt32 b) {
   if (side == 0) return false;  // they run over each other: a bundle for the general event
   const qorInt32 l = side > 0 ? a : b, r = side > 0 ? b : a;
   const qorInt32 left = search(at), right = slot(left).next;
-  if (right != kNil && orient2d(slot(right).lo, slot(right).hi, at) == 0) return false;  // on an edge
+  if (right != kNil && orient2d(slot(right).sa, slot(right).sb, at) == 0) return false;  // on an edge
   const qorInt32 w0 = slot(left).wRight, wMid = w0 - edge(l).delta;
   qorInt32 mid = kNil, after = kNil;
-  if (m_Mode == SweepMode::Rings) {
+  if (m_Mode != SweepMode::Check) {
     const qorInt32 around = slot(left).interval;
     if (around != kNil) after = split(around, p);
     if (inside(wMid, p, l, r)) mid = newInterval(p);
@@ -371,7 +526,7 @@ bool RingSweep::highest(qorInt32 p, qorInt32 a, qorInt32 b) {
     return false;
   }
   const qorInt32 left = slot(sl).prev, right = slot(sr).next;
-  if (m_Mode == SweepMode::Rings) {
+  if (m_Mode != SweepMode::Check) {
     const qorInt32 mid = slot(sl).interval, before = slot(left).interval, after = slot(sr).interval;
     if (mid != kNil) close(mid, p);
     if (before != kNil) addRight(before, p);
@@ -396,7 +551,7 @@ void RingSweep::collect(qorInt32 e, qorInt32 p, qorInt32& anySlot) {
 
 bool RingSweep::passesThrough(qorInt32 s, qorInt32 p) const {
   const Slot& sl = slot(s);
-  return sl.hiNode == p || orient2d(sl.lo, sl.hi, pt(p)) == 0;
+  return sl.hiNode == p || orient2d(sl.sa, sl.sb, pt(p)) == 0;
 }
 
 qorInt32 RingSweep::splitAt(qorInt32 s, qorInt32 p) {
@@ -411,13 +566,17 @@ qorInt32 RingSweep::splitAt(qorInt32 s, qorInt32 p) {
   upper.lo = p;
   upper.slot = kNil;
   ++m_Counts->edgesSplit;
-  touch(p, upper.ring, m_Model->ringOf[static_cast<size_t>(m_Order[static_cast<size_t>(m_NodeStart[p])])]);
+  if (m_Mode == SweepMode::Check)
+    touch(p, upper.ring, m_Model->ringOf[static_cast<size_t>(m_Order[static_cast<size_t>(m_NodeStart[p])])]);
   return e;
 }
 
-void RingSweep::sortUp(qorInt32 p) {
-  const Pt& at = pt(p);
-  auto leftOf = [&](qorInt32 a, qorInt32 b) { return orient2d(at, pt(edge(b).hi), pt(edge(a).hi)) > 0; };
+void RingSweep::sortUp() {
+  // Every edge here leaves the node along its input edge: directions decide, exactly, even at a rounded crossing.
+  auto leftOf = [&](qorInt32 a, qorInt32 b) {
+    const Edge &ea = edge(a), &eb = edge(b);
+    return crossDirections(eb.sa, eb.sb, ea.sa, ea.sb) > 0;
+  };
   if (m_U.size() > 16) {
     std::sort(m_U.begin(), m_U.end(), leftOf);
     return;
@@ -446,14 +605,15 @@ void RingSweep::checkThrough(qorInt32 p) {
 void RingSweep::bundleUp(qorInt32 p) {
   // Edges that leave the node in one direction run over each other up to the nearest end: they become one edge
   // there, carrying the sum of their winding changes, and the longer ones go on from that end.
-  const Pt& at = pt(p);
   size_t kept = 0;
   for (size_t i = 0; i < m_U.size();) {
     size_t j = i + 1;
-    while (j < m_U.size() && orient2d(at, pt(edge(m_U[i]).hi), pt(edge(m_U[j]).hi)) == 0) ++j;
+    while (j < m_U.size() &&
+           crossDirections(edge(m_U[i]).sa, edge(m_U[i]).sb, edge(m_U[j]).sa, edge(m_U[j]).sb) == 0)
+      ++j;
     if (j - i > 1) {
       std::sort(m_U.begin() + static_cast<long>(i), m_U.begin() + static_cast<long>(j),
-                [&](qorInt32 a, qorInt32 b) { return edge(a).hi < edge(b).hi; });
+                [&](qorInt32 a, qorInt32 b) { return nodeBefore(edge(a).hi, edge(b).hi); });
       const qorInt32 first = m_U[i];
       const qorInt32 end = edge(first).hi;
       qorInt32 delta = edge(first).delta;
@@ -485,7 +645,8 @@ void RingSweep::event(qorInt32 p) {
   const Pt& at = pt(p);
   m_U.clear();
   m_Through.clear();
-  const qorInt32 begin = m_NodeStart[static_cast<size_t>(p)], end = m_NodeStart[static_cast<size_t>(p) + 1];
+  const qorInt32 begin = p < m_Nodes ? m_NodeStart[static_cast<size_t>(p)] : 0;
+  const qorInt32 end = p < m_Nodes ? m_NodeStart[static_cast<size_t>(p) + 1] : 0;
   if (end - begin > 1) {
     m_Counts->pointsMerged += end - begin - 1;
     touch(p, m_Model->ringOf[static_cast<size_t>(m_Order[static_cast<size_t>(begin)])],
@@ -498,17 +659,26 @@ void RingSweep::event(qorInt32 p) {
     collect(v, p, anySlot);
   }
   for (qorInt32 e = m_ExtraHead[static_cast<size_t>(p)]; e != kNil; e = edge(e).extra) m_U.push_back(e);
+  // Crossings split here: their edges, and what lies between them, join the block.
+  const bool forced = m_Mode == SweepMode::Fill && m_ForcedHead[static_cast<size_t>(p)] != kNil;
+  if (forced) {
+    const qorInt32 crossing = markForced(p);
+    if (anySlot == kNil) anySlot = crossing;
+  }
+  auto marked = [&](qorInt32 s) { return forced && m_SlotMark[static_cast<size_t>(s)] == m_Stamp; };
 
   // The block of active edges through the node: those that end here and those it lies inside. Edges that end here
   // are next to each other. An edge that the node lies inside is next to them too, and the crossing test that made
   // them neighbours marked the node; only then is it worth testing for such edges.
   qorInt32 first = kNil, last = kNil, left;
   if (anySlot != kNil) {
-    const bool touched = m_Touched[static_cast<size_t>(p)] != 0;
-    auto through = [&](qorInt32 s) { return touched ? passesThrough(s, p) : slot(s).hiNode == p; };
+    // A crossing may lie exactly on a third edge, which must split there too.
+    const bool touched = m_Touched[static_cast<size_t>(p)] != 0 || forced;
+    auto through = [&](qorInt32 s) { return (touched ? passesThrough(s, p) : slot(s).hiNode == p) || marked(s); };
     first = last = anySlot;
     for (qorInt32 s = slot(first).prev; s != 0 && through(s); s = slot(s).prev) first = s;
     for (qorInt32 s = slot(last).next; s != kNil && through(s); s = slot(s).next) last = s;
+    if (forced) bridge(p, first, last);
     left = slot(first).prev;
   } else {
     left = search(at);
@@ -529,8 +699,15 @@ void RingSweep::event(qorInt32 p) {
       if (s == last) break;
     }
   }
-  sortUp(p);
-  if (m_Through.size() > 1) checkThrough(p);
+  sortUp();
+  if (getenv("TRACE")) {
+    fprintf(stderr, "event %d (%g,%g) m-block:", p, at.x, at.y);
+    if (first != kNil) for (qorInt32 s = first;; s = slot(s).next) { fprintf(stderr, " e%d[%g,%g->%g,%g]", slot(s).edge, slot(s).sa.x, slot(s).sa.y, slot(s).sb.x, slot(s).sb.y); if (s == last) break; }
+    fprintf(stderr, " | U:"); for (qorInt32 e : m_U) fprintf(stderr, " e%d->(%g,%g)d%d", e, pt(edge(e).hi).x, pt(edge(e).hi).y, edge(e).delta);
+    fprintf(stderr, " | status:"); for (qorInt32 s = slot(0).next; s != kNil; s = slot(s).next) fprintf(stderr, " e%d", slot(s).edge);
+    fprintf(stderr, "\n");
+  }
+  if (m_Through.size() > 1 && m_Mode != SweepMode::Fill) checkThrough(p);
   bundleUp(p);
   const qorInt32 k = static_cast<qorInt32>(m_U.size());
   if (m == 0 && k == 0) return;
@@ -546,7 +723,7 @@ void RingSweep::event(qorInt32 p) {
   for (qorInt32 i = 1; i <= k; ++i)
     m_Windings[static_cast<size_t>(i)] =
         m_Windings[static_cast<size_t>(i) - 1] - edge(m_U[static_cast<size_t>(i) - 1]).delta;
-  if (m_Mode == SweepMode::Rings) {
+  if (m_Mode != SweepMode::Check) {
     if (m_Windings[static_cast<size_t>(k)] != wM)
       fail("the winding numbers do not add up" + near(at.x / m_Model->scale, at.y / m_Model->scale), __LINE__);
     if (m > 0) {
@@ -602,6 +779,7 @@ void RingSweep::event(qorInt32 p) {
 }
 
 bool RingSweep::inside(qorInt32 winding, qorInt32 p, qorInt32 leftEdge, qorInt32 rightEdge) {
+  if (m_Mode == SweepMode::Fill) return inRule(winding);
   if (winding == 1) return true;
   // A region covered twice, or covered by a hole alone, is a fault of the input. A crossing above explains it
   // better, so the sweep goes on (leaving the region out) and the first such fault is raised only if no edges cross.
@@ -615,10 +793,15 @@ QOR_HOT_INLINE void RingSweep::crossTest(qorInt32 leftSlot, qorInt32 rightSlot) 
   if (a.hiNode == b.hiNode) return;
   // a lies left of b at the sweep line; they cross if their order is reversed where the first of them ends, and
   // that end lies on the other edge if it is on its line.
-  const bool aFirst = a.hiNode < b.hiNode;
-  const double side = aFirst ? orient2d(b.lo, b.hi, a.hi) : -orient2d(a.lo, a.hi, b.hi);
-  if (side < 0) cross(crossingPoint(a.lo, a.hi, b.lo, b.hi), edge(a.edge).ring, edge(b.edge).ring);
+  const bool aFirst = nodeBefore(a.hiNode, b.hiNode);
+  const double side = aFirst ? orient2d(b.sa, b.sb, pt(a.hiNode)) : -orient2d(a.sa, a.sb, pt(b.hiNode));
   if (side == 0) m_Touched[static_cast<size_t>(aFirst ? a.hiNode : b.hiNode)] = 1;
+  if (side < 0) {
+    if (m_Mode == SweepMode::Fill)
+      scheduleCrossing(leftSlot, rightSlot);
+    else
+      cross(crossingPoint(a.sa, a.sb, b.sa, b.sb), edge(a.edge).ring, edge(b.edge).ring);
+  }
 }
 
 void RingSweep::touch(qorInt32 p, qorInt32 ringA, qorInt32 ringB) {
@@ -700,8 +883,8 @@ QOR_HOT_INLINE void RingSweep::setEdge(qorInt32 s, qorInt32 e) {
   Edge& ed = edge(e);
   sl.edge = e;
   sl.hiNode = ed.hi;
-  sl.lo = pt(ed.lo);
-  sl.hi = pt(ed.hi);
+  sl.sa = ed.sa;
+  sl.sb = ed.sb;
   ed.slot = s;
 }
 
@@ -733,7 +916,7 @@ void RingSweep::erase(qorInt32 s) {
 
 qorInt32 RingSweep::search(const Pt& p) const {
   // The last slot whose edge has p strictly to its right.
-  auto leftOfP = [&](qorInt32 s) { return orient2d(slot(s).lo, slot(s).hi, p) < 0; };
+  auto leftOfP = [&](qorInt32 s) { return orient2d(slot(s).sa, slot(s).sb, p) < 0; };
   qorInt32 x = 0;
   for (qorInt32 level = m_TopLevel - 1; level >= 1; --level)
     for (qorInt32 n = up(x, level); n != kNil && leftOfP(n); n = up(x, level)) x = n;

@@ -18,6 +18,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "../../internal/qor_predicates.h"
@@ -48,6 +49,7 @@ struct RingModel {
 enum class SweepMode {
   Check,  // find touches and crossings only
   Rings,  // triangulate the region of winding number 1; raise where edges cross or windings leave 0 and 1
+  Fill,   // split edges where they cross and triangulate the region a fill rule chooses
 };
 
 // Where two edges meet other than consecutive edges at their shared point, in the caller's coordinates.
@@ -76,12 +78,19 @@ class QOR_HIDDEN RingSweep {
   // also when it raises.
   void triangulate(const RingModel& model, const char* prefix, std::vector<qorInt32>& out, SweepCounts& counts,
                    double& twiceArea);
-  // A model of one ring that is monotone along y or along x, and simple: appends its triangles (the same the sweep
-  // would give) and returns true. Returns false, appending nothing, for any other ring (the sweep decides those).
-  bool triangulateMonotone(const RingModel& model, std::vector<qorInt32>& out, double& twiceArea);
+  // Fill mode: splits the edges where they cross (each new point goes to `added`, in the caller's coordinates, and
+  // is numbered from `inputPoints` on) and appends the triangles of the region whose winding numbers `rule` (1: odd,
+  // 2: not zero) chooses. Raises with messages that start with `prefix`.
+  void fill(const RingModel& model, int rule, qorInt32 inputPoints, const char* prefix, std::vector<qorInt32>& out,
+            std::vector<double>& added);
+  // A model of one simple ring that is monotone along y or along x, running counter-clockwise when `ccw` (as kept)
+  // and clockwise otherwise: appends its triangles and returns true. Returns false, appending nothing, for any
+  // other ring (the sweep decides those).
+  bool triangulateMonotone(const RingModel& model, bool ccw, std::vector<qorInt32>& out, double& twiceArea);
 
  private:
   struct Edge {
+    Pt sa, sb;         // the input edge it is a piece of (its lower end first): every test against it uses these
     qorInt32 lo, hi;   // nodes, lo before hi in the sweep (both -1 once a bundle covers it wholly)
     qorInt32 delta;    // winding change from its right to its left: +1 running up, -1 running down (bundles sum)
     qorInt32 ring;     // caller's ring number
@@ -89,9 +98,9 @@ class QOR_HIDDEN RingSweep {
     qorInt32 slot;     // its place in the status, or -1
     qorInt32 extra;    // the next edge that starts at the same node after a split, or -1
   };
-  // An active edge in the status, with its ends' coordinates at hand for the tests that search and compare.
+  // An active edge in the status, with its input edge's ends at hand for the tests that search and compare.
   struct Slot {
-    Pt lo, hi;
+    Pt sa, sb;
     qorInt32 edge;
     qorInt32 hiNode;
     qorInt32 wRight;    // winding number right of the edge
@@ -127,7 +136,7 @@ class QOR_HIDDEN RingSweep {
   void collect(qorInt32 e, qorInt32 p, qorInt32& anySlot);
   bool passesThrough(qorInt32 s, qorInt32 p) const;
   qorInt32 splitAt(qorInt32 s, qorInt32 p);
-  void sortUp(qorInt32 p);
+  void sortUp();
   void bundleUp(qorInt32 p);
   void checkThrough(qorInt32 p);
   void crossTest(qorInt32 leftSlot, qorInt32 rightSlot);
@@ -160,7 +169,26 @@ class QOR_HIDDEN RingSweep {
     m_Out += 3;
   }
   void startOutput(size_t triangles);
-  bool monotoneAlong(const RingModel& model, const Pt* p);
+  bool monotoneAlong(const RingModel& model, const Pt* p, bool ccw);
+  // Fill mode: the events that crossings add.
+  struct NodeKey {
+    uint64_t y, x;
+    bool operator==(const NodeKey& o) const { return y == o.y && x == o.x; }
+  };
+  struct NodeKeyHash {
+    size_t operator()(const NodeKey& k) const { return static_cast<size_t>(k.y * 0x9e3779b97f4a7c15ull ^ k.x); }
+  };
+  struct Forced {
+    qorInt32 a, b;  // edges that cross here, a left of b below
+    qorInt32 next;
+  };
+  bool nodeBefore(qorInt32 a, qorInt32 b) const;
+  qorInt32 nextNode(qorInt32& nextStatic);
+  qorInt32 nodeAt(const Pt& at);
+  void scheduleCrossing(qorInt32 leftSlot, qorInt32 rightSlot);
+  qorInt32 markForced(qorInt32 p);
+  void bridge(qorInt32 p, qorInt32& first, qorInt32& last);
+  bool inRule(qorInt32 winding) const { return m_Rule == 1 ? (winding & 1) != 0 : winding != 0; }
 
   [[noreturn]] void fail(const std::string& detail, unsigned long line) const;
   std::string regionProblem(qorInt32 winding, qorInt32 p, qorInt32 leftEdge, qorInt32 rightEdge) const;
@@ -183,7 +211,20 @@ class QOR_HIDDEN RingSweep {
   double m_Area = 0;      // twice the area of the triangles emitted so far
   std::string m_Problem;  // the first region covered other than once or not at all
 
-  qorInt32 m_Nodes = 0;
+  qorInt32 m_Nodes = 0;    // static nodes: the kept points, in sweep order
+  qorInt32 m_Current = 0;  // the node being swept
+  int m_Rule = 0;
+  qorInt32 m_InputPoints = 0;
+  std::vector<double>* m_Added = nullptr;
+  std::vector<NodeKey> m_NodeKey;  // fill mode: each node's coordinates as ordered integers
+  std::vector<qorInt32> m_Heap;    // fill mode: crossing nodes waiting, lowest first
+  std::unordered_map<NodeKey, qorInt32, NodeKeyHash> m_CrossingAt;  // fill mode: crossing nodes by place
+  std::unordered_map<uint64_t, qorInt32> m_PairAt;                  // fill mode: the node of a crossing pair
+  std::vector<qorInt32> m_ForcedHead;  // fill mode: node -> first crossing pair split there
+  std::vector<Forced> m_Forced;
+  std::vector<qorInt32> m_SlotMark;  // fill mode: slot -> the stamp of the event that must split it
+  qorInt32 m_Stamp = 0;
+  size_t m_CrossingLimit = 0;
   std::vector<qorInt32> m_Order;      // kept points in sweep order
   std::vector<qorInt32> m_NodeStart;  // node p holds m_Order[m_NodeStart[p] .. m_NodeStart[p + 1])
   std::vector<Pt> m_NodePt;
