@@ -1,7 +1,5 @@
 #include "qor_triangulate_guard.h"
 
-#include "qor_predicates.h"
-
 #include <qor/qor_assert.h>
 #include <qor/qor_triangulate.h>
 #include <sys/time.h>
@@ -10,6 +8,8 @@
 #include <cfloat>
 #include <cmath>
 #include <string>
+
+#include "qor_predicates.h"
 
 namespace qor_internal {
 

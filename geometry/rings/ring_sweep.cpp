@@ -6,7 +6,6 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <cstdlib>
 
 // The few steps that every point goes through are inlined into the paths that call them.
 #define QOR_HOT_INLINE __attribute__((always_inline)) inline
@@ -350,7 +349,7 @@ void RingSweep::sweep() {
         done = lowest(p, u, v);
       else if (eu.hi == p && ev.hi == p)
         done = highest(p, u, v);
-      if (done) { if (getenv("TRACE")) { fprintf(stderr, "fast %d (%g,%g) status:", p, pt(p).x, pt(p).y); for (qorInt32 s = slot(0).next; s != kNil; s = slot(s).next) fprintf(stderr, " e%d[%g,%g->%g,%g]w%d", slot(s).edge, slot(s).sa.x, slot(s).sa.y, slot(s).sb.x, slot(s).sb.y, slot(s).wRight); fprintf(stderr, "\n"); } continue; }
+      if (done) continue;
     }
     event(p);
   }
@@ -608,8 +607,7 @@ void RingSweep::bundleUp(qorInt32 p) {
   size_t kept = 0;
   for (size_t i = 0; i < m_U.size();) {
     size_t j = i + 1;
-    while (j < m_U.size() &&
-           crossDirections(edge(m_U[i]).sa, edge(m_U[i]).sb, edge(m_U[j]).sa, edge(m_U[j]).sb) == 0)
+    while (j < m_U.size() && crossDirections(edge(m_U[i]).sa, edge(m_U[i]).sb, edge(m_U[j]).sa, edge(m_U[j]).sb) == 0)
       ++j;
     if (j - i > 1) {
       std::sort(m_U.begin() + static_cast<long>(i), m_U.begin() + static_cast<long>(j),
@@ -700,13 +698,6 @@ void RingSweep::event(qorInt32 p) {
     }
   }
   sortUp();
-  if (getenv("TRACE")) {
-    fprintf(stderr, "event %d (%g,%g) m-block:", p, at.x, at.y);
-    if (first != kNil) for (qorInt32 s = first;; s = slot(s).next) { fprintf(stderr, " e%d[%g,%g->%g,%g]", slot(s).edge, slot(s).sa.x, slot(s).sa.y, slot(s).sb.x, slot(s).sb.y); if (s == last) break; }
-    fprintf(stderr, " | U:"); for (qorInt32 e : m_U) fprintf(stderr, " e%d->(%g,%g)d%d", e, pt(edge(e).hi).x, pt(edge(e).hi).y, edge(e).delta);
-    fprintf(stderr, " | status:"); for (qorInt32 s = slot(0).next; s != kNil; s = slot(s).next) fprintf(stderr, " e%d", slot(s).edge);
-    fprintf(stderr, "\n");
-  }
   if (m_Through.size() > 1 && m_Mode != SweepMode::Fill) checkThrough(p);
   bundleUp(p);
   const qorInt32 k = static_cast<qorInt32>(m_U.size());
