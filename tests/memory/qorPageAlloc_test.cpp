@@ -168,9 +168,7 @@ TEST_F(qorObjectAlloc, RefillCutsAPermanentBlockIntoAscendingObjects) {
     unsigned long count = 0;
     for (char* object = base; object != nullptr; ++count) {
       ASSERT_EQ(object, base + count * size) << size;
-      void* next;
-      std::memcpy(&next, object, sizeof next);
-      object = static_cast<char*>(next);
+      object = static_cast<char*>(::memtest::linkOf(object));
     }
     EXPECT_EQ(count, expectedObjects(size));
   }
