@@ -54,7 +54,9 @@ void qorHeapCSO::Dealloc2(void* p, unsigned long size) {
   const unsigned long c = sizeClass(size);
   if (p == nullptr) return;
   qorMutexLocker lock(m_Mutex);
-  if (qor_internal::alreadyFree(m_FreeLists[c], p)) qorThrow("qorHeapCSO::Dealloc2: block released twice", kUnit, __LINE__);
+  if (qor_internal::alreadyFree(m_FreeLists[c], p)) {
+    qorThrow("qorHeapCSO::Dealloc2: block released twice", kUnit, __LINE__);
+  }
   qor_internal::writeLink(p, m_FreeLists[c]);
   qor_internal::poison(p, c);
   m_FreeLists[c] = p;

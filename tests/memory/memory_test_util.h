@@ -40,10 +40,7 @@ inline unsigned long expectedObjects(unsigned long size) {
 
 // A free block's link, read as the allocator reads it: under ASan free
 // blocks are poisoned, so the read is left uninstrumented.
-#ifdef QOR_ASAN
-__attribute__((no_sanitize_address))
-#endif
-inline void* linkOf(const void* block) {
+__attribute__((no_sanitize_address)) inline void* linkOf(const void* block) {
   typedef void* Link __attribute__((may_alias, aligned(1)));
   return *static_cast<const Link*>(block);
 }
