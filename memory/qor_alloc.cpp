@@ -30,18 +30,20 @@ constexpr unsigned long kUnitTarget = 65536;
 constexpr unsigned long kPoolBytes = 16777216;
 
 #if defined(QOR_CHECKED_HEAPS) && !defined(QOR_ASAN)
-// Checked builds mark a free page in its second word (a constant xored with
-// the page's address) and look for a released page on the free list only
-// when it carries the mark: releasing a page in use then costs no walk of
-// thousands of pages. Only a walk raises, so a stray mark costs time, never
-// a false report.
+// Checked builds mark a released page in its second word (a constant xored
+// with the page's address) and look for a released page on the free list
+// only when it carries the mark: releasing a page in use then costs no walk
+// of thousands of pages. Only the walk raises, so a stray mark costs time,
+// never a false report.
+struct FreePage {
+  void* link;
+  std::uintptr_t mark;
+};
 constexpr std::uintptr_t kFreePageMark = 0x51ed9a6e0f7ee5a5;
 
-std::uintptr_t* markWord(void* page) { return static_cast<std::uintptr_t*>(page) + 1; }
-void markFree(void* page, bool free) {
-  *markWord(page) = free ? kFreePageMark ^ reinterpret_cast<std::uintptr_t>(page) : 0;
-}
-bool maybeFree(void* page) { return *markWord(page) == (kFreePageMark ^ reinterpret_cast<std::uintptr_t>(page)); }
+std::uintptr_t markOf(void* page) { return kFreePageMark ^ reinterpret_cast<std::uintptr_t>(page); }
+void markFree(void* page, bool free) { static_cast<FreePage*>(page)->mark = free ? markOf(page) : std::uintptr_t{}; }
+bool maybeFree(void* page) { return static_cast<FreePage*>(page)->mark == markOf(page); }
 #else
 void markFree(void*, bool) {}
 bool maybeFree(void*) { return true; }
@@ -148,6 +150,5 @@ void qorPageAlloc::PopulateFreeList() {
   const unsigned long n = m_PagesToAllocAtOnce * k;
   char* base = static_cast<char*>(AllocRawPages(n));
   m_FirstFree = qor_internal::linkBlocks(base, m_PageSize, n);
-  for (unsigned long i = 0; i < n; ++i) markFree(base + i * m_PageSize, true);
   qor_internal::poison(base, n * m_PageSize);
 }

@@ -26,7 +26,11 @@ void qorOABadSize(unsigned long size) {
   qorThrow("qorOAAlloc: object size above 65536", kUnit, __LINE__);
 }
 
-void qorOAReleasedTwice() { qorThrow("qorOADealloc: object released twice", kUnit, __LINE__); }
+void qorOACheckRelease(void* p, unsigned long sizeClass) {
+  if (qor_internal::alreadyFree(qorOAFreeLists[sizeClass], p)) {
+    qorThrow("qorOADealloc: object released twice", kUnit, __LINE__);
+  }
+}
 
 void qorOAPopulateFreeList(unsigned long size) {
   if (size == 0 || size > kMaxObjectSize) qorOABadSize(size);

@@ -18,9 +18,9 @@
 // an object handed out is addressable for the bytes asked for only, so a read
 // after release, or past the size asked for, is reported by ASan. Releasing
 // an object that is free already raises "qorOADealloc: object released twice"
-// there, and in programs compiled with QOR_CHECKED_HEAPS, which walk the
-// object's list at every release; in other builds it is not checked, and
-// corrupts the list.
+// there, and in builds with QOR_CHECKED_HEAPS (the library's and the
+// program's), which walk the object's list at every release; in other builds
+// it is not checked, and corrupts the list.
 //
 // Locking: qorOAMutex guards the lists and the byte total. A refill takes the
 // page allocator's lock inside it (qorOAMutex first, then
@@ -67,8 +67,12 @@ QOR_API void qorOAGetFreeListStats(std::vector<std::string>& lines);
 // Raises the qorException* for a size outside 1 to 65,536. Never returns.
 [[noreturn]] QOR_API void qorOABadSize(unsigned long size);
 
-// Raises "qorOADealloc: object released twice". Never returns.
-[[noreturn]] QOR_API void qorOAReleasedTwice();
+// Raises "qorOADealloc: object released twice" when p is free already on
+// list sizeClass: under ASan when p is poisoned, in a library built with
+// QOR_CHECKED_HEAPS when p is on the list (a walk of it); a library built
+// otherwise does not check. The caller holds qorOAMutex. qorOADealloc calls
+// it in programs built with ASan or with QOR_CHECKED_HEAPS.
+QOR_API void qorOACheckRelease(void* p, unsigned long sizeClass);
 
 // The list a request of size bytes uses: size raised to a multiple of 8.
 inline unsigned long qorOASizeClass(unsigned long size) {
@@ -98,23 +102,20 @@ inline void* qorOAAlloc(unsigned long size) {
 // Puts p back on its list (last in, first out); size must be the size p was
 // requested with. A null p is ignored. Under ASan, a p that is free already
 // (or that ASan sees as unaddressable) raises "qorOADealloc: object released
-// twice"; so does a p on its list in a program compiled with
-// QOR_CHECKED_HEAPS. The list is unchanged then.
+// twice"; so does a p on its list with QOR_CHECKED_HEAPS (see
+// qorOACheckRelease). The list is unchanged then.
 inline void qorOADealloc(void* p, unsigned long size) {
   const unsigned long c = qorOASizeClass(size);
   if (p == nullptr) return;
   qorMutexLocker lock(qorOAMutex);
+#if defined(QOR_ASAN) || defined(QOR_CHECKED_HEAPS)
+  qorOACheckRelease(p, c);
+#endif
 #ifdef QOR_ASAN
-  if (__asan_address_is_poisoned(p)) qorOAReleasedTwice();
   __asan_unpoison_memory_region(p, sizeof(void*));
   std::memcpy(p, &qorOAFreeLists[c], sizeof(void*));
   __asan_poison_memory_region(p, c);
 #else
-#ifdef QOR_CHECKED_HEAPS
-  for (void* q = qorOAFreeLists[c]; q != nullptr; std::memcpy(&q, q, sizeof q)) {
-    if (q == p) qorOAReleasedTwice();
-  }
-#endif
   std::memcpy(p, &qorOAFreeLists[c], sizeof(void*));
 #endif
   qorOAFreeLists[c] = p;

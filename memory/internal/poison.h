@@ -48,7 +48,7 @@ inline void handOut(void* p, unsigned long size, unsigned long slot) {
 // time in proportion to its length; otherwise nothing is checked.
 inline bool alreadyFree([[maybe_unused]] const void* head, [[maybe_unused]] const void* p) {
 #ifdef QOR_ASAN
-  return __asan_address_is_poisoned(p) != 0;
+  return __asan_address_is_poisoned(p);
 #elif defined(QOR_CHECKED_HEAPS)
   for (const void* block = head; block != nullptr; block = readLink(block)) {
     if (block == p) return true;

@@ -32,6 +32,7 @@ TEST_F(qorPageAlloc, PoolsRefillAndPagesAreReusedLastInFirstOut) {
   EXPECT_EQ(Pages::GetPermanentAllocMinimum(), size * Pages::m_PagesToAllocAtOnce);
   const unsigned long perPool = 16777216 / size;
   const unsigned long before = Pages::GetTotalPages();
+  EXPECT_EQ(before, 0UL);  // each test runs in a process of its own: nothing mapped yet
   EXPECT_EQ(Pages::GetFreePages(), 0UL);
   char* first = static_cast<char*>(Pages::Alloc());
   EXPECT_EQ(Pages::GetTotalPages() - before, perPool);
