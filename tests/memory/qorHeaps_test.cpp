@@ -193,6 +193,7 @@ TEST(qorHeapMixed, OddSettingsAndFailingHeaps) {
   EXPECT_NE(raisedText([&] { qorHeapMixed heap(&m.general, &m.small, 10, 1, false); }), qortest::kNothingRaised);
   m.general.m_FailAllocs = false;
   EXPECT_NE(raisedText([&] { qorHeapMixed heap(&m.general, &m.small, ~0UL, 1, false); }), qortest::kNothingRaised);
+  EXPECT_NE(raisedText([&] { qorHeapMixed heap(&m.general, nullptr, 10, 1, false); }), qortest::kNothingRaised);
 }
 
 // The public working steps, called directly with a size the table does not

@@ -152,6 +152,12 @@ TEST_F(qorPageAlloc, FailingMunmapPrintsReportAndExits) {
   EXPECT_EQ(::memtest::stdoutOfExit(heap, 255), "Error in munmap: size = 8192 addr=2003\n");
 }
 
+// Each test runs in a process of its own: before the first Initialize the
+// sizes read 0, which the allocators check for rather than divide by.
+TEST(qorPageAllocBeforeInitialize, SizesReadZero) {
+  EXPECT_EQ(Pages::GetPageSize() + Pages::GetPermanentAllocMinimum(), 0UL);
+}
+
 class qorObjectAlloc : public ::memtest::PageAllocFixture {};
 
 TEST_F(qorObjectAlloc, RefillCutsAPermanentBlockIntoAscendingObjects) {
@@ -232,6 +238,7 @@ TEST_F(qorObjectAlloc, BadSizesAndNoPageAllocatorRaiseAndReleaseTheLock) {
        heap->m_Mutex},
       {[&] { heap->PermanentAlloc(8, 0, obtained, memory); }, "qorHeapCSO: permanent allocation of 0 objects",
        heap->m_Mutex},
+      {[&] { heap->AllocRawPages(0); }, "qorHeapCSO: page count is 0 or too large", heap->m_Mutex},
       {[] {
          Pages::Uninitialize();
          qorOAAlloc(16);
