@@ -3,10 +3,6 @@
 // Delaunay triangulation restricted to the polygon-with-holes domain. All
 // three run in this program; at the end it prints each peer's time over ours
 // and the growth of our time from 1,000 to 8,000 vertices.
-#include <CGAL/Constrained_Delaunay_triangulation_2.h>
-#include <CGAL/Exact_predicates_inexact_constructions_kernel.h>
-#include <CGAL/Triangulation_face_base_with_info_2.h>
-#include <GL/glu.h>
 #include <benchmark/benchmark.h>
 #include <qor/qor_exception.h>
 #include <qor/qor_triangulate.h>
@@ -21,6 +17,16 @@
 
 #include "cpu_times.h"
 #include "polygon_generator.h"
+
+// Each peer is optional (bench/geometry.cmake): a missing one's cases are left out.
+#if defined(QOR_HAVE_CGAL)
+#include <CGAL/Constrained_Delaunay_triangulation_2.h>
+#include <CGAL/Exact_predicates_inexact_constructions_kernel.h>
+#include <CGAL/Triangulation_face_base_with_info_2.h>
+#endif
+#if defined(QOR_HAVE_GLU)
+#include <GL/glu.h>
+#endif
 
 namespace {
 
@@ -75,6 +81,7 @@ void BM_Triangulate_Qor(benchmark::State& state) {
   state.counters["triangles"] = triangulate_last_count();
 }
 
+#if defined(QOR_HAVE_GLU)
 // --- GLU tessellator ----------------------------------------------------------
 
 struct GluOutput {
@@ -119,7 +126,9 @@ void BM_Triangulate_GLU(benchmark::State& state) {
   state.counters["triangles"] = static_cast<double>(out.indices.size() / 3);
   gluDeleteTess(tess);
 }
+#endif
 
+#if defined(QOR_HAVE_CGAL)
 // --- CGAL constrained Delaunay --------------------------------------------------
 
 using Kernel = CGAL::Exact_predicates_inexact_constructions_kernel;
@@ -182,6 +191,18 @@ void BM_Triangulate_CGAL(benchmark::State& state) {
   }
   state.counters["triangles"] = triangles;
 }
+#endif
+
+#if defined(QOR_HAVE_GLU)
+constexpr bool kHaveGlu = true;
+#else
+constexpr bool kHaveGlu = false;
+#endif
+#if defined(QOR_HAVE_CGAL)
+constexpr bool kHaveCgal = true;
+#else
+constexpr bool kHaveCgal = false;
+#endif
 
 const std::vector<int64_t> kSizes = {10, 100, 1000, 4000, 8000, -1};
 
@@ -190,14 +211,20 @@ void sizes(benchmark::internal::Benchmark* b) {
 }
 
 BENCHMARK(BM_Triangulate_Qor)->Apply(sizes);
+#if defined(QOR_HAVE_GLU)
 BENCHMARK(BM_Triangulate_GLU)->Apply(sizes);
+#endif
+#if defined(QOR_HAVE_CGAL)
 BENCHMARK(BM_Triangulate_CGAL)->Apply(sizes);
+#endif
 
 }  // namespace
 
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  std::printf("peers: GLU %s, CGAL %s\n", kHaveGlu ? "built in" : "missing (not built with it)",
+              kHaveCgal ? "built in" : "missing (not built with it)");
   CpuTimes collector;
   benchmark::RunSpecifiedBenchmarks(&collector);
   benchmark::Shutdown();

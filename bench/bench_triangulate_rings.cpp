@@ -3,10 +3,6 @@
 // only) and CGAL's constrained Delaunay triangulation restricted to the polygon's domain, all in this one run. The
 // fixtures are normalized first for every contender (repeated and closing points dropped, ring 0 counter-clockwise,
 // holes clockwise). At the end it prints the ratios of CPU times.
-#include <CGAL/Constrained_Delaunay_triangulation_2.h>
-#include <CGAL/Exact_predicates_inexact_constructions_kernel.h>
-#include <CGAL/Triangulation_face_base_with_info_2.h>
-#include <GL/glu.h>
 #include <benchmark/benchmark.h>
 #include <dirent.h>
 #include <qor/qor_exception.h>
@@ -22,6 +18,16 @@
 
 #include "cpu_times.h"
 #include "polygon_generator.h"
+
+// Each peer is optional (bench/geometry.cmake): a missing one's cases are left out.
+#if defined(QOR_HAVE_CGAL)
+#include <CGAL/Constrained_Delaunay_triangulation_2.h>
+#include <CGAL/Exact_predicates_inexact_constructions_kernel.h>
+#include <CGAL/Triangulation_face_base_with_info_2.h>
+#endif
+#if defined(QOR_HAVE_GLU)
+#include <GL/glu.h>
+#endif
 
 namespace {
 
@@ -139,6 +145,7 @@ void BM_Fixtures_Qor(benchmark::State& state) {
   state.counters["triangulated"] = done;
 }
 
+#if defined(QOR_HAVE_GLU)
 // --- GLU tessellator --------------------------------------------------------------------------------------------
 
 struct GluOut {
@@ -191,7 +198,9 @@ void BM_Fixtures_GLU(benchmark::State& state) {
   }
   gluDeleteTess(tess);
 }
+#endif
 
+#if defined(QOR_HAVE_CGAL)
 // --- CGAL constrained Delaunay --------------------------------------------------------------------------------------
 
 using Kernel = CGAL::Exact_predicates_inexact_constructions_kernel;
@@ -247,6 +256,7 @@ void BM_Fixtures_CGAL(benchmark::State& state) {
     }
   }
 }
+#endif
 
 const std::vector<int64_t> kSizes = {10, 100, 1000, 4000, 8000, -1};
 void sizes(benchmark::internal::Benchmark* b) {
@@ -256,14 +266,21 @@ void sizes(benchmark::internal::Benchmark* b) {
 BENCHMARK(BM_Triangulate_Star)->Apply(sizes);
 BENCHMARK(BM_TriangulateRings_Star)->Apply(sizes);
 BENCHMARK(BM_Fixtures_Qor);
+#if defined(QOR_HAVE_GLU)
 BENCHMARK(BM_Fixtures_GLU);
+#endif
+#if defined(QOR_HAVE_CGAL)
 BENCHMARK(BM_Fixtures_CGAL);
+#endif
 
 }  // namespace
 
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+#if !defined(QOR_HAVE_GLU) || !defined(QOR_HAVE_CGAL)
+  std::printf("peers: built without GLU or CGAL (bench/geometry.cmake); their fixture cases are left out\n");
+#endif
   CpuTimes c;
   benchmark::RunSpecifiedBenchmarks(&c);
   benchmark::Shutdown();

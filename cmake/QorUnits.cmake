@@ -4,7 +4,7 @@
 # tree includes them exactly as a user of the installed library does:
 # #include <qor/qor_stream.h>.
 
-set(QOR_BUILD_INCLUDE_DIR "${CMAKE_BINARY_DIR}/include")
+set(QOR_BUILD_INCLUDE_DIR "${PROJECT_BINARY_DIR}/include")
 set_property(GLOBAL PROPERTY QOR_PUBLIC_HEADERS "")
 
 function(qor_warnings target)

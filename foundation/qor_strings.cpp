@@ -10,10 +10,12 @@
 
 namespace {
 
+const char kUnit[] = "qor_strings";
+
 const char* orEmpty(const char* s) { return s != nullptr ? s : ""; }
 
 [[noreturn]] void throwNullPointer(const char* name, unsigned long line) {
-  qorThrowComposed("NULL Pointer: ", name, "qor_strings", line);
+  qorThrowComposed("NULL Pointer: ", name, kUnit, line);
 }
 
 }  // namespace
@@ -74,7 +76,7 @@ void qorToUpper(char* s) {
 }
 
 void qorInsertCommas(std::string& out, std::string const& in, unsigned int frequency, char separator) {
-  if (frequency == 0) qorThrow(qor_internal::composeLine("frequency > 0"), "qor_strings", __LINE__);
+  if (frequency == 0) qorThrow(qor_internal::composeLine("frequency > 0"), kUnit, __LINE__);
   if (&out == &in) {
     // The output is cleared before the input is read, so group a copy.
     const std::string copy(in);

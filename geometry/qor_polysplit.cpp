@@ -28,6 +28,8 @@
 
 namespace {
 
+const char kUnit[] = "qor_polysplit";
+
 using LineSide = PolySplitter::LineSide;
 using PolyEdge = PolySplitter::PolyEdge;
 
@@ -73,7 +75,7 @@ bool positionLess(double a, double b) {
 // neighbours.
 PolyEdge* onLineElement(PolyEdge* e) {
   if (e == nullptr || e->Side != LineSide::On || e->Prev == nullptr || e->Next == nullptr)
-    qorThrow("curSide == LineSide::On", "qor_polysplit", __LINE__);
+    qorThrow("curSide == LineSide::On", kUnit, __LINE__);
   return e;
 }
 
@@ -202,7 +204,7 @@ void PolySplitter::SplitEdges(const QPolygon& poly, const QLineF& line) {
       const QLineF edge{QPointF(cur), QPointF(nxt)};
       QPointF pt(0, 0);
       const QLineF::IntersectionType res = edge.intersects(line, &pt);
-      if (res == QLineF::NoIntersection) qorThrow("res != QLineF::NoIntersection", "qor_polysplit", __LINE__);
+      if (res == QLineF::NoIntersection) qorThrow("res != QLineF::NoIntersection", kUnit, __LINE__);
       const QPoint crossing(truncateCrossing(pt.x(), cur.x(), nxt.x()), truncateCrossing(pt.y(), cur.y(), nxt.y()));
       SplitPoly.emplace_back(crossing, LineSide::On);
       OnLineEdges.push_back(&SplitPoly.back());
@@ -332,7 +334,7 @@ void PolySplitter::SplitPolygon() {
 
 void PolySplitter::CreateBridge(PolyEdge* source, PolyEdge* target) {
   if (source == nullptr || target == nullptr || source == target || source->Prev == nullptr || target->Prev == nullptr)
-    qorThrow("PolySplitter::CreateBridge: a bridge needs two distinct linked ring elements", "qor_polysplit", __LINE__);
+    qorThrow("PolySplitter::CreateBridge: a bridge needs two distinct linked ring elements", kUnit, __LINE__);
 
   SplitPoly.push_back(*source);
   PolyEdge* a = &SplitPoly.back();
@@ -361,7 +363,7 @@ void PolySplitter::VerifyCycles() const {
   successors.reserve(SplitPoly.size());
   for (const PolyEdge& e : SplitPoly) {
     if (e.Next == nullptr || elements.count(e.Next) == 0 || !successors.insert(e.Next).second)
-      qorThrow("count < SplitPoly.size()", "qor_polysplit", __LINE__);
+      qorThrow("count < SplitPoly.size()", kUnit, __LINE__);
   }
 }
 
@@ -374,7 +376,7 @@ std::vector<QPolygon> PolySplitter::CollectPolys() {
     PolyEdge* e = &start;
     size_t count = 0;
     do {
-      if (e == nullptr || count >= size) qorThrow("count < SplitPoly.size()", "qor_polysplit", __LINE__);
+      if (e == nullptr || count >= size) qorThrow("count < SplitPoly.size()", kUnit, __LINE__);
       e->Collected = true;
       piece.append(e->Point);
       e = e->Next;

@@ -9,9 +9,9 @@
 
 // Aligned to 2 MiB so that they can live in huge pages (see
 // qor_internal::adviseHugePages).
-alignas(1 << 21) segment_t seg[SEGSIZE];
-alignas(1 << 21) trap_t tr[TRAPSIZE];
-alignas(1 << 21) node_t qs[NODESIZE];
+alignas(qor_internal::kHugePageAlignment) segment_t seg[SEGSIZE];
+alignas(qor_internal::kHugePageAlignment) trap_t tr[TRAPSIZE];
+alignas(qor_internal::kHugePageAlignment) node_t qs[NODESIZE];
 
 using qor_internal::equalTo;
 using qor_internal::greaterThan;

@@ -48,8 +48,8 @@ qorInt32 permute[SEGSIZE];
 qorInt32 choose_idx = 1;
 
 // Aligned to 2 MiB for huge pages, like the map's tables.
-alignas(1 << 21) vertex_t vert[SEGSIZE];
-alignas(1 << 21) chain_t mchain[kChainSize];
+alignas(qor_internal::kHugePageAlignment) vertex_t vert[SEGSIZE];
+alignas(qor_internal::kHugePageAlignment) chain_t mchain[kChainSize];
 qorInt32 mon[SEGSIZE];
 qorInt32 visited[TRAPSIZE];
 qorInt32 mon_idx = 0;
@@ -80,7 +80,7 @@ struct Visit {
   qorInt32 from;
   qorInt32 dir;
 };
-alignas(1 << 21) Visit walkStack[4 * TRAPSIZE + 8];
+alignas(qor_internal::kHugePageAlignment) Visit walkStack[4 * TRAPSIZE + 8];
 
 // Whether the huge-page hint was given; read and written under triangulateMutex.
 bool hugePagesAdvised = false;

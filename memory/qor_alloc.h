@@ -11,6 +11,13 @@
 //
 // The class has only static members; no object of it is ever created.
 //
+// Under AddressSanitizer free pages are poisoned, so that ASan reports a
+// read of a page after its release. Releasing a page that is free already
+// raises "qorPageAlloc::Dealloc: page released twice" under ASan, and in
+// builds with QOR_CHECKED_HEAPS, which walk the free list at every release;
+// other builds do not check. Permanent blocks are not poisoned: they are the
+// caller's from the start.
+//
 // Call Initialize once before anything else, and Uninitialize at the end;
 // after Uninitialize every page and permanent block is invalid, the object
 // allocator's lists are empty, and Initialize may be called again.
@@ -65,7 +72,9 @@ class QOR_API qorPageAlloc {
   // and "qorPageAlloc: mmap failed: <reason>" when the system refuses the mapping (the
   // allocator is then unchanged and stays usable).
   static void* Alloc();
-  // Puts a page back on the free list (last in, first out). Null is ignored.
+  // Puts a page back on the free list (last in, first out). Null is ignored;
+  // a page that is free already raises under ASan or with QOR_CHECKED_HEAPS
+  // (see above), and the list is unchanged then.
   static void Dealloc(void* page);
 
   // The allocation unit in bytes (page size x pages per unit); 0 before the

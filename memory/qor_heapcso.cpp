@@ -6,8 +6,11 @@
 #include "internal/freelist_stats.h"
 #include "internal/link.h"
 #include "internal/mapping.h"
+#include "internal/poison.h"
 
 namespace {
+
+const char kUnit[] = "qor_heapcso";
 
 constexpr unsigned long kMaxClass = 65536;
 constexpr unsigned long kObjectsPerRefill = 4096;
@@ -17,7 +20,7 @@ constexpr unsigned long kObjectsPerRefill = 4096;
 // the largest class is a power of two.
 inline unsigned long sizeClass(unsigned long size) {
   if (__builtin_expect(size > kMaxClass, 0)) {
-    qorThrow("qorHeapCSO: object size above 65536", "qor_heapcso", __LINE__);
+    qorThrow("qorHeapCSO: object size above 65536", kUnit, __LINE__);
   }
   const unsigned long c = (size + 7) & ~7UL;
   return c == 0 ? 8 : c;
@@ -43,6 +46,7 @@ void* qorHeapCSO::Alloc(unsigned long size) {
     object = m_FreeLists[c];
   }
   m_FreeLists[c] = qor_internal::readLink(object);
+  qor_internal::handOut(object, size, c);
   return object;
 }
 
@@ -50,7 +54,11 @@ void qorHeapCSO::Dealloc2(void* p, unsigned long size) {
   const unsigned long c = sizeClass(size);
   if (p == nullptr) return;
   qorMutexLocker lock(m_Mutex);
+  if (qor_internal::alreadyFree(m_FreeLists[c], p)) {
+    qorThrow("qorHeapCSO::Dealloc2: block released twice", kUnit, __LINE__);
+  }
   qor_internal::writeLink(p, m_FreeLists[c]);
+  qor_internal::poison(p, c);
   m_FreeLists[c] = p;
 }
 
@@ -70,19 +78,21 @@ void qorHeapCSO::getFreeListStats(std::vector<std::string>& lines) {
 
 void qorHeapCSO::populateFreeList(unsigned long c) {
   if (c == 0 || c > kMaxClass || c % 8 != 0) {
-    qorThrow("qorHeapCSO: size class must be a multiple of 8 from 8 to 65536", "qor_heapcso", __LINE__);
+    qorThrow("qorHeapCSO: size class must be a multiple of 8 from 8 to 65536", kUnit, __LINE__);
   }
   unsigned long count = 0;
   void* base = nullptr;
   PermanentAlloc(c, kObjectsPerRefill, count, base);
   m_TotalBytesAllocated += static_cast<double>(c * count);
   m_FreeLists[c] = qor_internal::linkBlocks(static_cast<char*>(base), c, count);
+  // The whole mapping: the bytes after the last object belong to no one.
+  qor_internal::poison(base, m_FirstRawBlock->length);
 }
 
 void qorHeapCSO::PermanentAlloc(unsigned long objectSize, unsigned long objectCount, unsigned long& objectsObtained,
                                 void*& memory) {
-  if (objectSize == 0) qorThrow("qorHeapCSO: permanent allocation with an object size of 0", "qor_heapcso", __LINE__);
-  if (objectCount == 0) qorThrow("qorHeapCSO: permanent allocation of 0 objects", "qor_heapcso", __LINE__);
+  if (objectSize == 0) qorThrow("qorHeapCSO: permanent allocation with an object size of 0", kUnit, __LINE__);
+  if (objectCount == 0) qorThrow("qorHeapCSO: permanent allocation of 0 objects", kUnit, __LINE__);
   const unsigned long bytes = ComputeEfficientSize(objectSize, objectCount);
   memory = AllocRawPages(bytes / qorPageAlloc::GetPageSize());
   objectsObtained = bytes / objectSize;
@@ -94,10 +104,10 @@ unsigned long qorHeapCSO::ComputeEfficientSize(unsigned long objectSize, unsigne
 
 void* qorHeapCSO::AllocRawPages(unsigned long pages) {
   const unsigned long pageSize = qorPageAlloc::GetPageSize();
-  if (pageSize == 0) qorThrow("qorPageAlloc not initialised!", "qor_heapcso", __LINE__);
+  if (pageSize == 0) qorThrow("qorPageAlloc not initialised!", kUnit, __LINE__);
   unsigned long length;
   if (pages == 0 || __builtin_mul_overflow(pages, pageSize, &length)) {
-    qorThrow("qorHeapCSO: page count is 0 or too large", "qor_heapcso", __LINE__);
+    qorThrow("qorHeapCSO: page count is 0 or too large", kUnit, __LINE__);
   }
-  return qor_internal::mapAndRecord(m_FirstRawBlock, length, "qorHeapCSO", "qor_heapcso", __LINE__);
+  return qor_internal::mapAndRecord(m_FirstRawBlock, length, "qorHeapCSO", kUnit, __LINE__);
 }

@@ -19,6 +19,13 @@
 // total, so a report taken while other threads allocate is consistent. The
 // heap never takes the page allocator's lock.
 //
+// Under AddressSanitizer free objects are poisoned, and an object handed out
+// is addressable for the bytes asked for only (one byte for a request of 0),
+// so that ASan reports a read after release or past the request. Releasing
+// an object that is free already raises "qorHeapCSO::Dealloc2: block
+// released twice" under ASan, and in builds with QOR_CHECKED_HEAPS, which
+// walk the class's list at every release; other builds do not check.
+//
 // The object holds its 65,537-entry list table (about 512 KiB): create heaps
 // with new rather than on a thread's stack.
 #ifndef QOR_HEAPCSO_H
@@ -54,7 +61,8 @@ class QOR_API qorHeapCSO : public qorHeapIntf {
   void* Alloc(unsigned long size) override;
   // Puts p back on its class's list (last in, first out); the next Alloc of
   // that class returns it. A null p does nothing; a size above 65,536 raises
-  // a qorException*.
+  // a qorException*, and so does a p that is free already under ASan or
+  // with QOR_CHECKED_HEAPS (the list is unchanged then).
   void Dealloc2(void* p, unsigned long size) override;
 
   // Bytes cut into objects so far.

@@ -14,6 +14,15 @@
 // With a maxSmallSize below 8 there is no list at all: every request and
 // release goes straight to the general heap with the caller's size.
 //
+// Under AddressSanitizer the cached objects are poisoned, and a small object
+// handed out is addressable for the bytes asked for only (a request below 8
+// bytes too), so that ASan reports a read after release or past the request.
+// Releasing a small object that is cached already raises "qorHeapMixed::
+// Dealloc2: block released twice" under ASan, and in builds with
+// QOR_CHECKED_HEAPS, which walk the size's list at every release; other
+// builds do not check. Large objects and first objects are the two heaps'
+// own business.
+//
 // The heap takes no lock: one thread at a time uses it. It owns neither of
 // its heaps; keep both alive while it lives. Its table of
 // (maxSmallSize + 1) records comes from the general heap.
@@ -45,7 +54,8 @@ class QOR_API qorHeapMixed : public qorHeapIntf {
   // A block of size bytes; null only when the heap it comes from gives none
   // (a failed refill leaves the list as it was).
   void* Alloc(unsigned long size) override;
-  // Releases p, requested with size. A null p does nothing.
+  // Releases p, requested with size. A null p does nothing. A cached p
+  // raises under ASan and with QOR_CHECKED_HEAPS (see above).
   void Dealloc2(void* p, unsigned long size) override;
   // Gives every cached object back to the small-object heap, then calls
   // Minimize on the general heap and on the small-object heap.
@@ -54,7 +64,8 @@ class QOR_API qorHeapMixed : public qorHeapIntf {
   // The working steps, public for callers that route sizes themselves.
   // AllocSmall and DeallocSmall pass a size beyond maxSmallSize to the
   // general heap, as Alloc and Dealloc2 do; FreeListInsert puts p at the head
-  // of info's list and ignores a null p; DeallocCachedObjects gives every
+  // of info's list (poisoning its link only under ASan, and raising as
+  // Dealloc2 does for a p on the list already) and ignores a null p; DeallocCachedObjects gives every
   // cached object back to the small-object heap with its record's size.
   void* AllocSmall(unsigned long size);
   void DeallocSmall(void* p, unsigned long size);

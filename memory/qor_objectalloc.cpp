@@ -4,6 +4,7 @@
 
 #include "internal/freelist_stats.h"
 #include "internal/link.h"
+#include "internal/poison.h"
 
 void* qorOAFreeLists[65537] = {};
 // Non-recursive; constant-initialised, so it is usable before any dynamic
@@ -13,14 +14,22 @@ double qorOATotalBytesAllocated = 0.0;
 
 namespace {
 
+const char kUnit[] = "qor_objectalloc";
+
 constexpr unsigned long kMaxObjectSize = 65536;
 constexpr unsigned long kObjectsPerRefill = 4096;
 
 }  // namespace
 
 void qorOABadSize(unsigned long size) {
-  if (size == 0) qorThrow("qorOAAlloc: object size of 0", "qor_objectalloc", __LINE__);
-  qorThrow("qorOAAlloc: object size above 65536", "qor_objectalloc", __LINE__);
+  if (size == 0) qorThrow("qorOAAlloc: object size of 0", kUnit, __LINE__);
+  qorThrow("qorOAAlloc: object size above 65536", kUnit, __LINE__);
+}
+
+void qorOACheckRelease(void* p, unsigned long sizeClass) {
+  if (qor_internal::alreadyFree(qorOAFreeLists[sizeClass], p)) {
+    qorThrow("qorOADealloc: object released twice", kUnit, __LINE__);
+  }
 }
 
 void qorOAPopulateFreeList(unsigned long size) {
@@ -30,6 +39,10 @@ void qorOAPopulateFreeList(unsigned long size) {
   qorPageAlloc::PermanentAlloc(size, kObjectsPerRefill, count, base);
   qorOATotalBytesAllocated += static_cast<double>(size * count);
   qorOAFreeLists[size] = qor_internal::linkBlocks(static_cast<char*>(base), size, count);
+#ifdef QOR_ASAN
+  // The whole block: the bytes after the last object belong to no one.
+  qor_internal::poison(base, qorPageAlloc::ComputeEfficientSize(size, kObjectsPerRefill));
+#endif
 }
 
 double qorOAGetTotalBytesAllocated() {

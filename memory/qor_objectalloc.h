@@ -13,6 +13,15 @@
 // or any size of the same multiple of 8. A size of 0 or above 65,536 raises a
 // qorException* on both sides.
 //
+// Built with AddressSanitizer (the library and the program both: the two
+// inline functions below run in the program), free objects are poisoned and
+// an object handed out is addressable for the bytes asked for only, so a read
+// after release, or past the size asked for, is reported by ASan. Releasing
+// an object that is free already raises "qorOADealloc: object released twice"
+// there, and in builds with QOR_CHECKED_HEAPS (the library's and the
+// program's), which walk the object's list at every release; in other builds
+// it is not checked, and corrupts the list.
+//
 // Locking: qorOAMutex guards the lists and the byte total. A refill takes the
 // page allocator's lock inside it (qorOAMutex first, then
 // qorPageAlloc::m_Mutex). The statistics and the byte total are read under
@@ -28,6 +37,10 @@
 
 #include "qor_export.h"
 #include "qor_mutex.h"
+
+#ifdef QOR_ASAN
+#include <sanitizer/asan_interface.h>
+#endif
 
 // Heads of the free lists, indexed by object size in bytes (0 to 65,536). A
 // free object holds the next one's address in its first 8 bytes.
@@ -54,6 +67,13 @@ QOR_API void qorOAGetFreeListStats(std::vector<std::string>& lines);
 // Raises the qorException* for a size outside 1 to 65,536. Never returns.
 [[noreturn]] QOR_API void qorOABadSize(unsigned long size);
 
+// Raises "qorOADealloc: object released twice" when p is free already on
+// list sizeClass: under ASan when p is poisoned, in a library built with
+// QOR_CHECKED_HEAPS when p is on the list (a walk of it); a library built
+// otherwise does not check. The caller holds qorOAMutex. qorOADealloc calls
+// it in programs built with ASan or with QOR_CHECKED_HEAPS.
+QOR_API void qorOACheckRelease(void* p, unsigned long sizeClass);
+
 // The list a request of size bytes uses: size raised to a multiple of 8.
 inline unsigned long qorOASizeClass(unsigned long size) {
   if (size - 1 >= 65536) qorOABadSize(size);  // 0 wraps round to a huge value
@@ -68,17 +88,36 @@ inline void* qorOAAlloc(unsigned long size) {
   qorMutexLocker lock(qorOAMutex);
   if (qorOAFreeLists[c] == nullptr) qorOAPopulateFreeList(c);
   void* object = qorOAFreeLists[c];
+#ifdef QOR_ASAN
+  __asan_unpoison_memory_region(object, sizeof(void*));
   std::memcpy(&qorOAFreeLists[c], object, sizeof(void*));
+  __asan_poison_memory_region(object, c);
+  __asan_unpoison_memory_region(object, size);
+#else
+  std::memcpy(&qorOAFreeLists[c], object, sizeof(void*));
+#endif
   return object;
 }
 
 // Puts p back on its list (last in, first out); size must be the size p was
-// requested with. A null p is ignored.
+// requested with. A null p is ignored. Under ASan, a p that is free already
+// (or that ASan sees as unaddressable) raises "qorOADealloc: object released
+// twice"; so does a p on its list with QOR_CHECKED_HEAPS (see
+// qorOACheckRelease). The list is unchanged then.
 inline void qorOADealloc(void* p, unsigned long size) {
   const unsigned long c = qorOASizeClass(size);
   if (p == nullptr) return;
   qorMutexLocker lock(qorOAMutex);
+#if defined(QOR_ASAN) || defined(QOR_CHECKED_HEAPS)
+  qorOACheckRelease(p, c);
+#endif
+#ifdef QOR_ASAN
+  __asan_unpoison_memory_region(p, sizeof(void*));
   std::memcpy(p, &qorOAFreeLists[c], sizeof(void*));
+  __asan_poison_memory_region(p, c);
+#else
+  std::memcpy(p, &qorOAFreeLists[c], sizeof(void*));
+#endif
   qorOAFreeLists[c] = p;
 }
 

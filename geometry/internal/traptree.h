@@ -6,8 +6,13 @@
 #include <qor/qor_traptree.h>
 
 #include <cmath>
+#include <cstddef>
 
 namespace qor_internal {
+
+// The alignment of the triangulator's large tables: one huge page (2 MiB), so
+// that each table can be backed by huge pages once the kernel is advised to.
+constexpr std::size_t kHugePageAlignment = std::size_t{1} << 21;
 
 // One past the last trapezoid issued since the map was last reset; every
 // trapezoid at or beyond it is zero.

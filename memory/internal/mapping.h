@@ -12,9 +12,10 @@ namespace qor_internal {
 // bytes, so that code relying on fresh memory reading as zero fails there.
 void* mapAnonymous(unsigned long length, const char* owner, const char* unit, unsigned long line);
 
-// Unmaps a mapping given back in bulk. A failing munmap cannot be recovered
-// from: it prints "Error in munmap: size = <length> addr=<hex address>" on
-// standard output and ends the process with munmap's result.
+// Unmaps a mapping given back in bulk, and forgets what AddressSanitizer was
+// told about it. A failing munmap cannot be recovered from: it prints
+// "Error in munmap: size = <length> addr=<hex address>" on standard output
+// and ends the process with munmap's result.
 void unmapOrExit(void* address, unsigned long length);
 
 // Maps `length` bytes and puts a record {address, next, length} of the

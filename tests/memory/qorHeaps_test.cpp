@@ -193,6 +193,7 @@ TEST(qorHeapMixed, OddSettingsAndFailingHeaps) {
   EXPECT_NE(raisedText([&] { qorHeapMixed heap(&m.general, &m.small, 10, 1, false); }), qortest::kNothingRaised);
   m.general.m_FailAllocs = false;
   EXPECT_NE(raisedText([&] { qorHeapMixed heap(&m.general, &m.small, ~0UL, 1, false); }), qortest::kNothingRaised);
+  EXPECT_NE(raisedText([&] { qorHeapMixed heap(&m.general, nullptr, 10, 1, false); }), qortest::kNothingRaised);
 }
 
 // The public working steps, called directly with a size the table does not
@@ -202,6 +203,9 @@ TEST(qorHeapMixed, WorkingStepsCalledDirectlyStayInsideTheTable) {
   m.take();
   m.heap->DeallocSmall(m.heap->AllocSmall(17), 17);
   EXPECT_EQ(m.take(), (Calls{"general.Alloc 17 -> #2", "general.Dealloc2 #2 17"}));
+  m.heap->AllocSmall(16);  // the largest small size is a first object, with a record
+  EXPECT_TRUE(m.heap->m_SmallObjs[16].inUse);
+  m.take();
   m.heap->DeallocSmall(nullptr, 8);
   m.heap->FreeListInsert(&m.heap->m_SmallObjs[8], nullptr);
   EXPECT_EQ(m.heap->m_SmallObjs[8].freeList, nullptr);
@@ -210,7 +214,7 @@ TEST(qorHeapMixed, WorkingStepsCalledDirectlyStayInsideTheTable) {
   m.heap->FreeListInsert(&m.heap->m_SmallObjs[8], word);
   EXPECT_EQ(m.heap->AllocSmall(8), static_cast<void*>(word));
   m.heap->DeallocSmall(p, 8);
-  EXPECT_EQ(m.take(), (Calls{"general.Alloc 8 -> #3", "general.Dealloc2 #3 8"}));
+  EXPECT_EQ(m.take(), (Calls{"general.Alloc 8 -> #4", "general.Dealloc2 #4 8"}));
 }
 
 class qorHeapMixedOverCSO : public ::memtest::PageAllocFixture {};
@@ -281,6 +285,8 @@ TEST_F(qorHeapCSO, SizeClassesAndRefills) {
       ASSERT_EQ(heap->m_FreeLists[i], nullptr) << i;
     }
   }
+  // Programs compiled against the header read the members at these offsets.
+  EXPECT_EQ(reinterpret_cast<char*>(&heap->m_TotalBytesAllocated) - reinterpret_cast<char*>(heap.get()), 8 + 65537 * 8);
   double total = static_cast<double>(8 * expectedObjects(8) + 16 * expectedObjects(16));
   EXPECT_EQ(heap->getTotalBytesAllocated(), total);
   for (unsigned long c : {24UL, 104UL, 4096UL, 65536UL}) {

@@ -32,6 +32,7 @@ TEST_F(qorPageAlloc, PoolsRefillAndPagesAreReusedLastInFirstOut) {
   EXPECT_EQ(Pages::GetPermanentAllocMinimum(), size * Pages::m_PagesToAllocAtOnce);
   const unsigned long perPool = 16777216 / size;
   const unsigned long before = Pages::GetTotalPages();
+  EXPECT_EQ(before, 0UL);  // each test runs in a process of its own: nothing mapped yet
   EXPECT_EQ(Pages::GetFreePages(), 0UL);
   char* first = static_cast<char*>(Pages::Alloc());
   EXPECT_EQ(Pages::GetTotalPages() - before, perPool);
@@ -151,6 +152,12 @@ TEST_F(qorPageAlloc, FailingMunmapPrintsReportAndExits) {
   EXPECT_EQ(::memtest::stdoutOfExit(heap, 255), "Error in munmap: size = 8192 addr=2003\n");
 }
 
+// Each test runs in a process of its own: before the first Initialize the
+// sizes read 0, which the allocators check for rather than divide by.
+TEST(qorPageAllocBeforeInitialize, SizesReadZero) {
+  EXPECT_EQ(Pages::GetPageSize() + Pages::GetPermanentAllocMinimum(), 0UL);
+}
+
 class qorObjectAlloc : public ::memtest::PageAllocFixture {};
 
 TEST_F(qorObjectAlloc, RefillCutsAPermanentBlockIntoAscendingObjects) {
@@ -168,9 +175,7 @@ TEST_F(qorObjectAlloc, RefillCutsAPermanentBlockIntoAscendingObjects) {
     unsigned long count = 0;
     for (char* object = base; object != nullptr; ++count) {
       ASSERT_EQ(object, base + count * size) << size;
-      void* next;
-      std::memcpy(&next, object, sizeof next);
-      object = static_cast<char*>(next);
+      object = static_cast<char*>(::memtest::linkOf(object));
     }
     EXPECT_EQ(count, expectedObjects(size));
   }
@@ -233,6 +238,7 @@ TEST_F(qorObjectAlloc, BadSizesAndNoPageAllocatorRaiseAndReleaseTheLock) {
        heap->m_Mutex},
       {[&] { heap->PermanentAlloc(8, 0, obtained, memory); }, "qorHeapCSO: permanent allocation of 0 objects",
        heap->m_Mutex},
+      {[&] { heap->AllocRawPages(0); }, "qorHeapCSO: page count is 0 or too large", heap->m_Mutex},
       {[] {
          Pages::Uninitialize();
          qorOAAlloc(16);

@@ -1,7 +1,7 @@
 #include <cstdio>
 
-#include "internal/freelist_stats.h"
-#include "internal/link.h"
+#include "freelist_stats.h"
+#include "link.h"
 
 namespace qor_internal {
 

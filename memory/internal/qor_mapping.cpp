@@ -8,7 +8,8 @@
 #include <cstring>
 #include <string>
 
-#include "internal/mapping.h"
+#include "mapping.h"
+#include "poison.h"
 
 namespace {
 
@@ -49,6 +50,8 @@ void* mapAnonymous(unsigned long length, const char* owner, const char* unit, un
 }
 
 void unmapOrExit(void* address, unsigned long length) {
+  // Free blocks in it are poisoned; whatever is mapped here next starts clean.
+  unpoison(address, length);
   const int result = munmap(address, length);
   if (result != 0) {
     printf("Error in munmap: size = %ld addr=%lx\n", static_cast<long>(length),
