@@ -322,14 +322,15 @@ void RingSweep::radixSort() {
 
 void RingSweep::sweep() {
   const RingModel& model = *m_Model;
+  const bool filling = m_Mode == SweepMode::Fill;
   qorInt32 nextStatic = 0;
   for (;;) {
-    const qorInt32 p = nextNode(nextStatic);
+    const qorInt32 p = !filling ? (nextStatic < m_Nodes ? nextStatic++ : kNil) : nextNode(nextStatic);
     if (p == kNil) break;
     m_Current = p;
     // Past the lowest crossing found so far, the order of the active edges no longer holds: stop there.
     if (m_Cross.kind == Contact::Cross && !below(pt(p), m_CrossAt)) break;
-    if (p >= m_Nodes || (m_Mode == SweepMode::Fill && m_ForcedHead[static_cast<size_t>(p)] != kNil)) {
+    if (filling && (p >= m_Nodes || m_ForcedHead[static_cast<size_t>(p)] != kNil)) {
       event(p);
       continue;
     }
