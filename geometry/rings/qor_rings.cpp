@@ -145,8 +145,12 @@ qorInt32 writeRing(RingModel& model, const double (*points)[2], qorInt32 first, 
   origin[0] = first;
   qorInt32 k = 1;
   double sum = 0, size2 = 0;
+  Pt low{std::min(model.low.x, o.x), std::min(model.low.y, o.y)};
+  Pt high{std::max(model.high.x, o.x), std::max(model.high.y, o.y)};
   for (qorInt32 i = first + 1; i < first + size; ++i) {
     const Pt p{points[i][0] * scale, points[i][1] * scale};
+    low.x = p.x < low.x ? p.x : low.x, low.y = p.y < low.y ? p.y : low.y;
+    high.x = p.x > high.x ? p.x : high.x, high.y = p.y > high.y ? p.y : high.y;
     const Pt& last = out[k - 1];
     if (last.x == p.x && last.y == p.y) continue;
     const double l = (last.x - o.x) * (p.y - o.y), r = (last.y - o.y) * (p.x - o.x);
@@ -156,6 +160,8 @@ qorInt32 writeRing(RingModel& model, const double (*points)[2], qorInt32 first, 
     origin[k++] = i;
   }
   while (k > 1 && out[k - 1].x == o.x && out[k - 1].y == o.y) --k;  // its terms were zero
+  model.low = low;
+  model.high = high;
   twice = sum;
   magnitude = size2;
   return k;
@@ -198,22 +204,12 @@ void raiseIfCrossing(ThreadRings& rings, qorInt32 first, qorInt32 k, qorInt32 ri
   std::copy(model.pts.begin() + first, model.pts.begin() + first + k, single.pts.begin());
   std::copy(model.orig.begin() + first, model.orig.begin() + first + k, single.orig.begin());
   single.keepRing(k, ring, 1);
+  single.link();
   Contact touch, cross;
   rings.sweep.check(single, touch, cross);
   if (cross.kind == Contact::Cross)
     ringsFailed("ring " + std::to_string(ring + 1) + " crosses itself" + near(cross.x, cross.y) + " (edges cross)",
                 __LINE__);
-}
-
-// The largest coordinate difference among the model's points.
-double extentOf(const RingModel& model) {
-  double minX = INFINITY, minY = INFINITY, maxX = -INFINITY, maxY = -INFINITY;
-  for (qorInt32 i = 0; i < model.count; ++i) {
-    const Pt& p = model.pts[static_cast<size_t>(i)];
-    minX = std::min(minX, p.x), maxX = std::max(maxX, p.x);
-    minY = std::min(minY, p.y), maxY = std::max(maxY, p.y);
-  }
-  return std::max(maxX - minX, maxY - minY);
 }
 
 std::string describe(const Contact& c) {
@@ -274,8 +270,10 @@ qorInt32 qorTriangulateRings(qorInt32 count, const qorInt32* sizes, const double
   qor_internal::SweepCounts counts;
   double twiceCovered = 0;
   try {
-    if (!rings.sweep.triangulateMonotone(model, model.sign[0] > 0, triangles, twiceCovered))
+    if (!rings.sweep.triangulateMonotone(model, model.ringSign[0] > 0, triangles, twiceCovered)) {
+      model.link();
       rings.sweep.triangulate(model, kRingsPrefix, triangles, counts, twiceCovered);
+    }
   } catch (...) {
     fixups.pointsMerged = counts.pointsMerged, fixups.edgesSplit = counts.edgesSplit;
     fixups.edgesCancelled = counts.edgesCancelled;
@@ -286,7 +284,8 @@ qorInt32 qorTriangulateRings(qorInt32 count, const qorInt32* sizes, const double
   fixups.edgesCancelled = counts.edgesCancelled;
   // The triangles' areas must add up to the region's: the sweep's own invariant, checked independently.
   const long terms = static_cast<long>(model.count) + static_cast<long>(appended.appended() / 3);
-  const double tolerance = qor_internal::areaTolerance(extentOf(model), terms);
+  const double extent = std::max(model.high.x - model.low.x, model.high.y - model.low.y);
+  const double tolerance = qor_internal::areaTolerance(extent, terms);
   const double twiceArea = model.twiceArea;
   releaseIfLarge(model.count);
   if (!(std::fabs(twiceCovered - twiceArea) <= tolerance))
@@ -334,7 +333,10 @@ qorInt32 qorTriangulateRingsFill(qorInt32 count, const qorInt32* sizes, const do
     // One simple ring is its own region under either rule.
     if (kept != 1 || orientation == 0 ||
         !rings.sweep.triangulateMonotone(model, orientation > 0, triangles, twiceCovered))
-      if (kept > 0) rings.sweep.fill(model, rule, rows, kFillPrefix, triangles, added);
+      if (kept > 0) {
+        model.link();
+        rings.sweep.fill(model, rule, rows, kFillPrefix, triangles, added);
+      }
   } catch (...) {
     added.clear();
     releaseIfLarge(model.count);
@@ -388,6 +390,7 @@ std::string qorCheckPolygon(qorInt32 count, const qorInt32* sizes, const double 
     if (k >= 2) model.keepRing(k, c, 1);
   }
   Contact touch, cross;
+  model.link();
   rings.sweep.check(model, touch, cross);
   releaseIfLarge(model.count);
   if (cross.kind == Contact::Cross) return describe(cross);

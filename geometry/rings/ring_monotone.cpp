@@ -10,35 +10,39 @@ namespace qor_internal {
 
 namespace {
 
-inline bool before(const Pt& a, const Pt& b) { return a.y < b.y || (a.y == b.y && a.x < b.x); }
+// Sweep order along y: by y, then x. Along x the ring is read turned by a quarter, (x, y) -> (y, -x), which keeps
+// every orientation, so only the order changes: by falling x, then rising y.
+template <bool alongX>
+inline bool before(const Pt& a, const Pt& b) {
+  if (alongX) return a.x > b.x || (a.x == b.x && a.y < b.y);
+  return a.y < b.y || (a.y == b.y && a.x < b.x);
+}
 
 }  // namespace
 
 bool RingSweep::triangulateMonotone(const RingModel& model, bool ccw, std::vector<qorInt32>& out, double& twiceArea) {
   const qorInt32 n = model.size();
-  if (n < 3 || model.prev[0] != n - 1) return false;  // not a single ring
+  if (n < 3 || model.rings() != 1) return false;
   m_Orig = model.orig.data();
   startOutput(static_cast<size_t>(n));
-  if (!monotoneAlong(model, model.pts.data(), ccw)) {
-    // Along x: turned by a quarter, (x, y) -> (y, -x), which keeps every orientation.
-    m_Turned.resize(static_cast<size_t>(n));
-    for (qorInt32 i = 0; i < n; ++i)
-      m_Turned[static_cast<size_t>(i)] = Pt{model.pts[static_cast<size_t>(i)].y, -model.pts[static_cast<size_t>(i)].x};
+  if (!monotoneAlong<false>(model, ccw)) {
     startOutput(static_cast<size_t>(n));
-    if (!monotoneAlong(model, m_Turned.data(), ccw)) return false;
+    if (!monotoneAlong<true>(model, ccw)) return false;
   }
   out.insert(out.end(), m_Triangles.get(), m_Out);
   twiceArea = m_Area;
   return true;
 }
 
-bool RingSweep::monotoneAlong(const RingModel& model, const Pt* p, bool ccw) {
+template <bool alongX>
+bool RingSweep::monotoneAlong(const RingModel& model, bool ccw) {
   const qorInt32 n = model.size();
+  const Pt* const p = model.pts.data();
   // The lowest and the highest point, and whether the ring turns between rising and falling exactly twice.
   qorInt32 low = 0, high = 0, turns = 0;
-  bool rising = before(p[n - 1], p[0]);
+  bool rising = before<alongX>(p[n - 1], p[0]);
   for (qorInt32 i = 0; i < n; ++i) {
-    const bool up = before(p[i], p[i + 1 < n ? i + 1 : 0]);
+    const bool up = before<alongX>(p[i], p[i + 1 < n ? i + 1 : 0]);
     if (up != rising) {
       if (++turns > 2) return false;
       (up ? low : high) = i;
@@ -56,7 +60,7 @@ bool RingSweep::monotoneAlong(const RingModel& model, const Pt* p, bool ccw) {
   qorInt32 *head = base, *tail = base + 1;  // the front is [head, tail), left to right
   *head = low;
   while (r != high || l != high) {
-    const bool right = l == high || (r != high && before(p[r], p[l]));
+    const bool right = l == high || (r != high && before<alongX>(p[r], p[l]));
     if (right) {
       // Strictly right of the left chain's current edge, then cut off what the point sees at the front's right.
       if (!(orient2d(p[lastL], p[l], p[r]) < 0)) return false;

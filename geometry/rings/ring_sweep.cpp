@@ -58,21 +58,34 @@ void RingModel::begin(qorInt32 capacity, double scaleBy) {
   }
   count = 0;
   scale = scaleBy;
-  extent = twiceArea = 0;
+  twiceArea = 0;
+  low = Pt{INFINITY, INFINITY};
+  high = Pt{-INFINITY, -INFINITY};
+  ringStart.assign(1, 0);
+  ringNumber.clear();
+  ringSign.clear();
 }
 
 void RingModel::keepRing(qorInt32 n, qorInt32 ring, int8_t direction) {
-  const qorInt32 first = count, last = count + n - 1;
-  for (qorInt32 i = first; i <= last; ++i) {
-    const size_t at = static_cast<size_t>(i);
-    ringOf[at] = ring;
-    next[at] = i + 1;
-    prev[at] = i - 1;
-    sign[at] = direction;
-  }
-  next[static_cast<size_t>(last)] = first;
-  prev[static_cast<size_t>(first)] = last;
   count += n;
+  ringStart.push_back(count);
+  ringNumber.push_back(ring);
+  ringSign.push_back(direction);
+}
+
+void RingModel::link() {
+  for (size_t r = 0; r < ringNumber.size(); ++r) {
+    const qorInt32 first = ringStart[r], last = ringStart[r + 1] - 1;
+    for (qorInt32 i = first; i <= last; ++i) {
+      const size_t at = static_cast<size_t>(i);
+      ringOf[at] = ringNumber[r];
+      next[at] = i + 1;
+      prev[at] = i - 1;
+      sign[at] = ringSign[r];
+    }
+    next[static_cast<size_t>(last)] = first;
+    prev[static_cast<size_t>(first)] = last;
+  }
 }
 
 std::vector<bool> RingModel::ringsAround(const Pt& q) const {
@@ -850,15 +863,13 @@ qorInt32 RingSweep::newSlot(qorInt32 e) {
     m_Slots.emplace_back();
     if (m_Up.size() < m_Slots.size() * kLevels) m_Up.resize(2 * m_Slots.size() * kLevels);
   }
-  // xorshift32: each level up with probability 1/4.
-  m_Random ^= m_Random << 13;
-  m_Random ^= m_Random >> 17;
-  m_Random ^= m_Random << 5;
-  uint32_t r = m_Random;
+  // xorshift32: each level up with probability 1/4. Small inputs keep few edges active: a plain list serves them.
   qorInt32 height = 1;
-  while ((r & 3) == 0 && height < kLevels) {
-    ++height;
-    r >>= 2;
+  if (m_Nodes > kPlainList) {
+    m_Random ^= m_Random << 13;
+    m_Random ^= m_Random >> 17;
+    m_Random ^= m_Random << 5;
+    for (uint32_t r = m_Random; (r & 3) == 0 && height < kLevels; r >>= 2) ++height;
   }
   m_TopLevel = std::max(m_TopLevel, height);
   Slot& sl = slot(s);

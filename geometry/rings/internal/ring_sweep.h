@@ -26,22 +26,28 @@
 namespace qor_internal {
 
 struct RingModel {
-  std::vector<Pt> pts;           // kept points, ring after ring, scaled
-  std::vector<qorInt32> orig;    // each kept point's index among the caller's points
-  std::vector<qorInt32> ringOf;  // each kept point's ring, as the caller numbers rings (from 0)
-  std::vector<qorInt32> next;    // the following point of its ring
-  std::vector<qorInt32> prev;    // the preceding point of its ring
-  std::vector<int8_t> sign;      // each kept point's ring direction: +1 as given, -1 reversed
-  qorInt32 count = 0;            // kept points (the arrays may be longer)
-  double scale = 1;              // kept coordinates are the caller's times this power of two
-  double extent = 0;             // the largest coordinate difference (scaled)
-  double twiceArea = 0;          // twice the region's area (scaled): the outer ring's minus the holes'
+  std::vector<Pt> pts;               // kept points, ring after ring, scaled
+  std::vector<qorInt32> orig;        // each kept point's index among the caller's points
+  std::vector<qorInt32> ringOf;      // each kept point's ring, as the caller numbers rings (from 0)
+  std::vector<qorInt32> next;        // the following point of its ring
+  std::vector<qorInt32> prev;        // the preceding point of its ring
+  std::vector<int8_t> sign;          // each kept point's ring direction: +1 as given, -1 reversed
+  qorInt32 count = 0;                // kept points (the arrays may be longer)
+  std::vector<qorInt32> ringStart;   // each kept ring's first point, and count at the end
+  std::vector<qorInt32> ringNumber;  // each kept ring's number as the caller gives it
+  std::vector<int8_t> ringSign;      // each kept ring's direction
+  double scale = 1;                  // kept coordinates are the caller's times this power of two
+  Pt low{0, 0}, high{0, 0};          // the bounding box of the points written (scaled)
+  double twiceArea = 0;              // twice the region's area (scaled): the outer ring's minus the holes'
   // Makes room for `capacity` points and forgets the rings; the storage stays for the next call.
   void begin(qorInt32 capacity, double scaleBy);
   qorInt32 size() const { return count; }
+  qorInt32 rings() const { return static_cast<qorInt32>(ringNumber.size()); }
   // Keeps the ring whose `n` points the caller wrote to pts[count ..] and orig[count ..], with its caller's ring
   // number and direction.
   void keepRing(qorInt32 n, qorInt32 ring, int8_t direction);
+  // Fills next, prev, ringOf and sign, which the sweep reads (the monotone path does without them).
+  void link();
   // For each ring number, whether `q` lies strictly inside that ring (a point on its boundary does not).
   std::vector<bool> ringsAround(const Pt& q) const;
 };
@@ -169,7 +175,8 @@ class QOR_HIDDEN RingSweep {
     m_Out += 3;
   }
   void startOutput(size_t triangles);
-  bool monotoneAlong(const RingModel& model, const Pt* p, bool ccw);
+  template <bool alongX>
+  bool monotoneAlong(const RingModel& model, bool ccw);
   // Fill mode: the events that crossings add.
   struct NodeKey {
     uint64_t y, x;
@@ -196,6 +203,7 @@ class QOR_HIDDEN RingSweep {
   void cross(const Pt& at, qorInt32 ringA, qorInt32 ringB);
 
   static constexpr qorInt32 kLevels = 12;
+  static constexpr qorInt32 kPlainList = 64;  // up to this many nodes the status is a plain list
   static constexpr qorInt32 kNil = -1;
 
   const RingModel* m_Model = nullptr;
