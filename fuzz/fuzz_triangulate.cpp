@@ -1,14 +1,16 @@
 // libFuzzer target for the triangulator. Input: byte 0 gives the number of contours (1 to 4); then each contour is
 // a byte giving its size (3 to 34 points) and one byte per coordinate, on a small grid so that points repeat, edges
 // touch and contours cross. Every run triangulates or raises a qorException*, never crashes or hangs; the ring
-// entry point returns counter-clockwise triangles on input vertices. Where the validity check finds the normalized
-// contours simple, the areas add up, and the plain triangulator on them gives n + 2h - 2 triangles that do too.
+// entry point returns counter-clockwise triangles on input vertices, and the fill call what the oracle expects under
+// both rules (while it is not built yet, it raises). Where the validity check finds the normalized contours simple,
+// the areas add up, and the plain triangulator on them gives n + 2h - 2 triangles that do too.
 #include <qor/qor_exception.h>
 #include <qor/qor_rings.h>
 #include <qor/qor_triangulate.h>
 
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 
 #include "support/polygon_generator.h"
 
@@ -18,12 +20,13 @@ void check(bool ok) {
   if (!ok) __builtin_trap();
 }
 
+// Runs `run`; a qorException* it raises must carry a message, containing `only` if given.
 template <typename F>
-void raisesOrChecks(F run) {
+void raisesOrChecks(F run, const char* only = "") {
   try {
     run();
   } catch (qorException* e) {
-    check(e->what() != nullptr);
+    check(e->what() != nullptr && std::strstr(e->what(), only) != nullptr);
     delete e;
   }
 }
@@ -61,6 +64,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // Overlapping rings may share a triangle; only valid input must give each once, counter-clockwise.
     check(polygen::coverProblem(t, given.rows, raw.vertexCount(), area, valid).empty());
   });
+  for (const qorFillRule rule : {qorFillEvenOdd, qorFillNonZero}) {
+    raisesOrChecks(
+        [&] {
+          std::vector<qorInt32> tris;
+          std::vector<double> added;
+          qorTriangulateRingsFill(count, given.sizes.data(), given.points() + 1, rule, tris, added);
+          check(polygen::fillProblem(raw, rule == qorFillEvenOdd, tris, added).empty());
+        },
+        "not built yet");
+  }
   if (!valid) return 0;
   raisesOrChecks([&] {
     polygen::Triangles t(static_cast<size_t>(n + 2 * count));

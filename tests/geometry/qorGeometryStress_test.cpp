@@ -2,6 +2,7 @@
 // objects share nothing. Every result must be exact and ThreadSanitizer must see no race.
 #include <gtest/gtest.h>
 #include <qor/qor_polysplit.h>
+#include <qor/qor_rings.h>
 #include <qor/qor_triangulate.h>
 
 #include <QLine>
@@ -14,11 +15,18 @@
 #include "support/polygon_generator.h"
 #include "triangulate_check.h"
 
-// Catches a missing or partial lock around the tables, through either entry point and the point query.
+// Catches a missing or partial lock around the tables, through either entry point and the point query; and state the
+// ring engine shares between threads (its storage is the thread's own, given back after more than 65,536 points) or
+// output that depends on the run or the thread: each thread gets the triangles of a call made alone, again and again.
 TEST(triangulateStress, FourThreadsAtOnce) {
+  std::mt19937_64 rng(2026);
+  const std::vector<polygen::Polygon> big = {polygen::coastMap(rng, 3000, 4)[0], polygen::gridHoles(rng, 12),
+                                             polygen::meander(3000, true), polygen::coastMap(rng, 70000, 9)[0]};
+  std::vector<std::vector<qorInt32>> alone;
+  for (const polygen::Polygon& p : big) alone.push_back(tricheck::checkRings(p, polygen::normalize(p), "alone", -1));
   std::vector<std::thread> threads;
   for (int k = 0; k < 4; ++k)
-    threads.emplace_back([k] {
+    threads.emplace_back([k, &big, &alone] {
       std::mt19937_64 rng(500 + static_cast<unsigned>(k));
       for (int round = 0; round < 25; ++round) {
         polygen::Polygon p = polygen::shape(k + round, rng, 60 + 20 * k, round % 4);
@@ -27,6 +35,11 @@ TEST(triangulateStress, FourThreadsAtOnce) {
         tricheck::checkRings(p, p, label + " as rings", p.vertexCount() + 2 * p.holeCount() - 2);
         double far[2] = {1e7, -1e7};  // outside whichever polygon the map holds now
         EXPECT_EQ(is_point_inside_polygon(far), 0) << label;
+        const size_t b = static_cast<size_t>(k + round / 3) % big.size();  // every third round, a large polygon
+        polygen::Flat f = polygen::flatten(big[b]);
+        std::vector<qorInt32> tri;
+        if (round % 3 == 0) qorTriangulateRings(qorInt32(f.sizes.size()), f.sizes.data(), f.points() + 1, tri);
+        EXPECT_TRUE(round % 3 || tri == alone[b]) << label << " " << b;
       }
     });
   for (auto& t : threads) t.join();
