@@ -20,9 +20,9 @@ void check(bool ok) {
   if (!ok) __builtin_trap();
 }
 
-// Runs `run`; a qorException* it raises must carry a message, containing `only` if given.
+// Runs `run`; a qorException* it raises must carry a message that contains `only`.
 template <typename F>
-void raisesOrChecks(F run, const char* only = "") {
+void raisesOrChecks(const char* only, F run) {
   try {
     run();
   } catch (qorException* e) {
@@ -55,7 +55,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                      qorCheckPolygon(count, flat.sizes.data(), flat.points() + 1).empty();
   const double area = valid ? polygen::area(normal) : NAN;
 
-  raisesOrChecks([&] {
+  raisesOrChecks("", [&] {
     std::vector<qorInt32> tris;
     const qorInt32 made = qorTriangulateRings(count, given.sizes.data(), given.points() + 1, tris);
     check(tris.size() == 3 * static_cast<size_t>(made));
@@ -64,18 +64,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // Overlapping rings may share a triangle; only valid input must give each once, counter-clockwise.
     check(polygen::coverProblem(t, given.rows, raw.vertexCount(), area, valid).empty());
   });
-  for (const qorFillRule rule : {qorFillEvenOdd, qorFillNonZero}) {
-    raisesOrChecks(
-        [&] {
-          std::vector<qorInt32> tris;
-          std::vector<double> added;
-          qorTriangulateRingsFill(count, given.sizes.data(), given.points() + 1, rule, tris, added);
-          check(polygen::fillProblem(raw, rule == qorFillEvenOdd, tris, added).empty());
-        },
-        "not built yet");
-  }
+  for (const qorFillRule rule : {qorFillEvenOdd, qorFillNonZero})
+    raisesOrChecks("not built yet", [&] {
+      std::vector<qorInt32> tris;
+      std::vector<double> added;
+      qorTriangulateRingsFill(count, given.sizes.data(), given.points() + 1, rule, tris, added);
+      check(polygen::fillProblem(raw, rule == qorFillEvenOdd, tris, added).empty());
+    });
   if (!valid) return 0;
-  raisesOrChecks([&] {
+  raisesOrChecks("", [&] {
     polygen::Triangles t(static_cast<size_t>(n + 2 * count));
     triangulate(count, flat.sizes.data(), flat.points(), reinterpret_cast<qorInt32(*)[3]>(t.data()));
     t.resize(static_cast<size_t>(triangulate_last_count()));

@@ -56,9 +56,8 @@ inline Triangles checkTriangulation(const polygen::Polygon& p, const std::string
   return checkRaw(flat.sizes, flat.rows, label, lastCount);
 }
 
-// Runs qorTriangulateRings on `raw` and checks that it appends triangles (0-based indices into raw's points) that
-// cover `normal`, and that `centroids` of them, spread evenly, lie inside `normal`;
-// `count` is the expected number of triangles, or -1 for any. Returns what it appended (nothing when it raised).
+// Runs qorTriangulateRings on `raw` and checks that it appends triangles (0-based indices into raw's points) that cover
+// `normal`, `count` of them (-1: any), `centroids` of them inside it. Returns them (nothing when it raised).
 inline std::vector<qorInt32> checkRings(const polygen::Polygon& raw, const polygen::Polygon& normal,
                                         const std::string& label, int count, size_t centroids = 20) {
   polygen::Flat flat = polygen::flatten(raw);

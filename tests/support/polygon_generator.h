@@ -205,9 +205,8 @@ inline Polygon shape(int which, std::mt19937_64& rng, int n, int holes) {
 }
 
 // Map-like shapes, valid by construction. A jagged counter-clockwise ring of n >= 5 points around (cx, cy): radii of
-// fractal noise (midpoint displacement, amplitude 0.6 of the level above) in [0.6 R, R], cut by narrow inlets every
-// 300 points, at angles through a smooth increasing warp, each step less than pi: simple and star-shaped. `safe` gets
-// the radius of a disk around the centre inside it (an edge between radii r, s, d apart, keeps min(r, s) cos(d / 2)).
+// fractal noise (midpoint displacement) in [0.6 R, R] cut by narrow inlets, at angles through a smooth increasing warp
+// with steps below pi, so simple and star-shaped; `safe` gets the radius of a disk around the centre inside it.
 inline Contour jaggedRing(std::mt19937_64& rng, int n, double cx, double cy, double R, double& safe) {
   std::vector<double> noise(4), finer, r(static_cast<size_t>(n)), angle(r.size());
   for (double amp = 1; noise.size() < r.size(); amp *= 0.6, noise.swap(finer), finer.clear())
@@ -222,11 +221,10 @@ inline Contour jaggedRing(std::mt19937_64& rng, int n, double cx, double cy, dou
   for (int k = 0; k < n / 300; ++k)
     for (int at = uniformInt(rng, 0, n - 1), w = uniformInt(rng, 1, 12), i = -3 * w; i <= 3 * w; ++i)
       r[static_cast<size_t>((at + i + n) % n)] *= 1 - 0.66 * std::exp(-double(i) * i / (w * w));
-  Contour c;
-  safe = R;
+  Contour c(r.size());
   for (size_t i = 0, j = 1; i < r.size(); ++i, j = (i + 1) % r.size()) {
-    c.push_back({cx + r[i] * std::cos(angle[i]), cy + r[i] * std::sin(angle[i])});
-    safe = std::min(safe, std::min(r[i], r[j]) * std::cos(std::remainder(angle[j] - angle[i], 2 * M_PI) / 2));
+    c[i] = {cx + r[i] * std::cos(angle[i]), cy + r[i] * std::sin(angle[i])};
+    safe = std::min(i ? safe : R, std::min(r[i], r[j]) * std::cos(std::remainder(angle[j] - angle[i], 2 * M_PI) / 2));
   }
   return c;
 }
@@ -297,15 +295,7 @@ inline Contour randomWalk(std::mt19937_64& rng, int n, double step = 10) {
   return c;
 }
 
-// `p` with x times fx and y times fy.
-inline Polygon scaled(Polygon p, double fx, double fy) {
-  for (Contour& c : p.contours)
-    for (Point& q : c) q = {q.x * fx, q.y * fy};
-  return p;
-}
-
-// `p` with every point moved by up to `step` in x and y, then rounded to a multiple of `step`: where that is coarse
-// against the spacing of the points, edges cross and overlap and points repeat, as in a map rounded to a grid.
+// `p` with each point moved by up to `step` in x and y and rounded to it: edges cross, overlap and points repeat.
 inline Polygon twisted(std::mt19937_64& rng, Polygon p, double step) {
   for (Contour& c : p.contours)
     for (Point& q : c)
@@ -313,29 +303,20 @@ inline Polygon twisted(std::mt19937_64& rng, Polygon p, double step) {
   return p;
 }
 
-// `contours` rings of 3..k random points on a grid of (grid + 1)^2 points: repeated points, collinear runs,
-// crossings at grid points, touches, either orientation.
-inline Polygon gridRings(std::mt19937_64& rng, int contours, int k, int grid) {
+// `contours` rings of 3..k random points of the integer grid [0, grid] x [0, high] (high = grid unless given): repeated
+// points, collinear runs, crossings at grid points, touches; long edges crossing at small angles where grid >> high.
+inline Polygon gridRings(std::mt19937_64& rng, int contours, int k, int grid, int high = -1) {
   Polygon p;
   for (int c = 0; c < contours; ++c) {
     p.contours.emplace_back();
     for (int i = uniformInt(rng, 3, k); i > 0; --i)
-      p.contours.back().push_back({double(uniformInt(rng, 0, grid)), double(uniformInt(rng, 0, grid))});
+      p.contours.back().push_back(
+          {double(uniformInt(rng, 0, grid)), double(uniformInt(rng, 0, high < 0 ? grid : high))});
   }
   return p;
 }
 
-// Oracles. How many times the rings wind around (x, y), counter-clockwise positive.
-inline int windingNumber(const Polygon& p, double x, double y) {
-  int w = 0;
-  for (const Contour& c : p.contours)
-    for (size_t i = 0; i < c.size(); ++i) {
-      const Point &a = c[i], &b = c[(i + 1) % c.size()];
-      const double side = (b.x - a.x) * (y - a.y) - (x - a.x) * (b.y - a.y);
-      w += (a.y <= y && b.y > y && side > 0) - (a.y > y && b.y <= y && side < 0);
-    }
-  return w;
-}
+// Oracles. Whether a winding number (counter-clockwise turns count 1) is odd (evenOdd), or not zero.
 inline bool inRegion(int winding, bool evenOdd) { return evenOdd ? winding % 2 != 0 : winding != 0; }
 
 // The area where the rings' winding number is odd (evenOdd) or not zero: between consecutive heights where an edge
@@ -354,9 +335,8 @@ inline double regionArea(const Polygon& p, bool evenOdd) {
   std::sort(e.begin(), e.end(), [](const auto& u, const auto& v) { return u[1] < v[1]; });
   for (size_t i = 0; i < e.size(); ++i)
     for (size_t j = i + 1; j < e.size() && e[j][1] < e[i][3]; ++j) {
-      const double y0 = e[j][1], y1 = std::min(e[i][3], e[j][3]), d0 = x(e[i], y0) - x(e[j], y0),
-                   d1 = x(e[i], y1) - x(e[j], y1);
-      if (d0 * d1 < 0) ys.push_back(y0 + (y1 - y0) * d0 / (d0 - d1));
+      const double y1 = std::min(e[i][3], e[j][3]), d0 = x(e[i], e[j][1]) - e[j][0], d1 = x(e[i], y1) - x(e[j], y1);
+      if (d0 * d1 < 0) ys.push_back(e[j][1] + (y1 - e[j][1]) * d0 / (d0 - d1));
     }
   std::sort(ys.begin(), ys.end());
   double area = 0;
@@ -373,19 +353,22 @@ inline double regionArea(const Polygon& p, bool evenOdd) {
   return area;
 }
 
-// The first of every `every`-th triangle (rows of 1-based indices into `rows`) that runs clockwise beyond rounding or,
-// having clear area, has its centroid outside the region of the rings under the rule; "" if there is none.
+// The first of every `every`-th triangle (1-based indices into `rows`) that runs clockwise beyond rounding (against its
+// longest side from a) or, having clear area, has its centroid outside the region of `p` under the rule; or "".
 inline std::string outsideProblem(const Polygon& p, bool evenOdd, const Triangles& tri,
                                   const std::vector<std::array<double, 2>>& rows, size_t every = 1) {
-  double lo = INFINITY, hi = -INFINITY;
-  for (size_t i = 1; i < rows.size(); ++i)
-    lo = std::min({lo, rows[i][0], rows[i][1]}), hi = std::max({hi, rows[i][0], rows[i][1]});
   for (size_t i = 0; i < tri.size(); i += every) {
     const auto &a = rows[size_t(tri[i][0])], &b = rows[size_t(tri[i][1])], &c = rows[size_t(tri[i][2])];
-    const double twice = (b[0] - a[0]) * (c[1] - a[1]) - (b[1] - a[1]) * (c[0] - a[0]), unit = (hi - lo) * (hi - lo);
-    if (twice < -1e-12 * unit ||
-        (twice > 1e-9 * unit &&
-         !inRegion(windingNumber(p, (a[0] + b[0] + c[0]) / 3, (a[1] + b[1] + c[1]) / 3), evenOdd)))
+    const double u = b[0] - a[0], v = b[1] - a[1], s = c[0] - a[0], t = c[1] - a[1], twice = u * t - v * s;
+    const double unit = std::max(u * u + v * v, s * s + t * t), x = a[0] + (u + s) / 3, y = a[1] + (v + t) / 3;
+    int w = 0;  // the winding number at the centroid
+    for (const Contour& ring : p.contours)
+      for (size_t k = 0; k < ring.size(); ++k) {
+        const Point &e = ring[k], &f = ring[(k + 1) % ring.size()];
+        const double side = (f.x - e.x) * (y - e.y) - (x - e.x) * (f.y - e.y);
+        w += (e.y <= y && f.y > y && side > 0) - (e.y > y && f.y <= y && side < 0);
+      }
+    if (twice < -1e-12 * unit || (twice > 1e-9 * unit && !inRegion(w, evenOdd)))
       return "triangle " + std::to_string(i) + " lies outside the region";
   }
   return "";
