@@ -58,7 +58,6 @@ qor_use_geometry_peers(bench_triangulate)
 # Polygon splitting: Split and Divide at 1,000 and 10,000 vertices, against a plain pass over the vertices.
 qor_add_benchmark(bench_polysplit bench_polysplit.cpp)
 
-# The ring entry point against triangulate() on valid polygons, and on the polygon fixtures against the peers.
-qor_add_benchmark(bench_triangulate_rings bench_triangulate_rings.cpp)
-qor_use_geometry_peers(bench_triangulate_rings)
-target_compile_definitions(bench_triangulate_rings PRIVATE QOR_BENCH_DATA_DIR="${PROJECT_SOURCE_DIR}/tests/data")
+# The ring engine against earcut.hpp, GLU and CGAL on generated map-like polygons, and the fill call against GLU.
+qor_add_benchmark(bench_rings bench_rings.cpp)
+qor_use_geometry_peers(bench_rings)

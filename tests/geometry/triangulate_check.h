@@ -56,10 +56,10 @@ inline Triangles checkTriangulation(const polygen::Polygon& p, const std::string
   return checkRaw(flat.sizes, flat.rows, label, lastCount);
 }
 
-// Runs qorTriangulateRings on `raw` and checks that it appends triangles (0-based indices into raw's points) that
-// cover `normal`; `count` is the expected number of triangles, or -1 for any. Returns 1 when it triangulated.
-inline int checkRings(const polygen::Polygon& raw, const polygen::Polygon& normal, const std::string& label,
-                      int count) {
+// Runs qorTriangulateRings on `raw` and checks that it appends triangles (0-based indices into raw's points) that cover
+// `normal`, `count` of them (-1: any), `centroids` of them inside it. Returns them (nothing when it raised).
+inline std::vector<qorInt32> checkRings(const polygen::Polygon& raw, const polygen::Polygon& normal,
+                                        const std::string& label, int count, size_t centroids = 20) {
   polygen::Flat flat = polygen::flatten(raw);
   std::vector<qorInt32> tri{-5};
   try {
@@ -70,12 +70,13 @@ inline int checkRings(const polygen::Polygon& raw, const polygen::Polygon& norma
   } catch (qorException* e) {
     ADD_FAILURE() << label << ": raised " << e->what();
     delete e;
-    return 0;
+    return {};
   }
   Triangles t((tri.size() - 1) / 3);
   for (size_t i = 0; i < t.size(); ++i) t[i] = {tri[1 + 3 * i] + 1, tri[2 + 3 * i] + 1, tri[3 + 3 * i] + 1};
   checkCover(t, flat.rows, raw.vertexCount(), polygen::area(normal), label);
-  return 1;
+  EXPECT_EQ(polygen::outsideProblem(normal, true, t, flat.rows, t.size() / centroids + 1), "") << label;
+  return std::vector<qorInt32>(tri.begin() + 1, tri.end());
 }
 
 }  // namespace tricheck
