@@ -27,14 +27,16 @@ inline uint64_t orderBits(double d) {
   return (b >> 63) != 0 ? ~b : b | 0x8000000000000000ull;
 }
 
+// Sweep order of keys: y's bits, then x (read from the points, rarely needed), then the index.
 struct KeyBefore {
+  const Pt* pts;
   bool operator()(const RingSweep::Key& a, const RingSweep::Key& b) const {
     if (a.y != b.y) return a.y < b.y;
-    if (a.x != b.x) return a.x < b.x;
+    const uint64_t ax = orderBits(pts[a.point].x), bx = orderBits(pts[b.point].x);
+    if (ax != bx) return ax < bx;
     return a.point < b.point;
   }
 };
-const KeyBefore keyBefore;
 
 std::string near(double x, double y) {
   char text[80];
@@ -174,22 +176,30 @@ void RingSweep::prepare(const RingModel& model, SweepMode mode) {
 
   const qorInt32 n = model.size();
   m_Edges.resize(static_cast<size_t>(n));
-  for (qorInt32 i = 0; i < n; ++i) {
-    const qorInt32 a = m_NodeOf[static_cast<size_t>(i)];
-    const qorInt32 b = m_NodeOf[static_cast<size_t>(model.next[static_cast<size_t>(i)])];
-    const qorInt32 delta = a < b ? model.sign[static_cast<size_t>(i)] : -model.sign[static_cast<size_t>(i)];
-    const qorInt32 lo = std::min(a, b), hi = std::max(a, b);
-    m_Edges[static_cast<size_t>(i)] =
-        Edge{pt(lo), pt(hi), lo, hi, delta, model.ringOf[static_cast<size_t>(i)], kNil, kNil, kNil};
+  for (qorInt32 r = 0; r < model.rings(); ++r) {
+    const qorInt32 first = model.ringStart[static_cast<size_t>(r)], end = model.ringStart[static_cast<size_t>(r) + 1];
+    const qorInt32 ring = model.ringNumber[static_cast<size_t>(r)], sign = model.ringSign[static_cast<size_t>(r)];
+    for (qorInt32 i = first; i < end; ++i) {
+      const qorInt32 a = m_NodeOf[static_cast<size_t>(i)];
+      const qorInt32 b = m_NodeOf[static_cast<size_t>(i + 1 < end ? i + 1 : first)];
+      Edge& e = m_Edges[static_cast<size_t>(i)];  // field by field: see newFront()
+      e.lo = a < b ? a : b;
+      e.hi = a < b ? b : a;
+      e.sa = pt(e.lo);
+      e.sb = pt(e.hi);
+      e.delta = a < b ? sign : -sign;
+      e.ring = ring;
+      e.partner = e.slot = e.extra = kNil;
+    }
   }
-  m_ExtraHead.assign(static_cast<size_t>(m_Nodes), kNil);
-  m_Touched.assign(static_cast<size_t>(m_Nodes), 0);
+  if (m_ExtraHead.size() < static_cast<size_t>(m_Nodes)) m_ExtraHead.resize(static_cast<size_t>(m_Nodes));
+  std::fill(m_ExtraHead.begin(), m_ExtraHead.begin() + m_Nodes, kNil);
+  if (m_Touched.size() < static_cast<size_t>(m_Nodes)) m_Touched.resize(static_cast<size_t>(m_Nodes));
+  std::fill(m_Touched.begin(), m_Touched.begin() + m_Nodes, 0);
   if (mode == SweepMode::Fill) {
     m_NodeKey.resize(static_cast<size_t>(m_Nodes));
-    for (qorInt32 p = 0; p < m_Nodes; ++p) {
-      const Key& k = m_Keys[static_cast<size_t>(m_NodeStart[static_cast<size_t>(p)])];
-      m_NodeKey[static_cast<size_t>(p)] = NodeKey{k.y, k.x};
-    }
+    for (qorInt32 p = 0; p < m_Nodes; ++p)
+      m_NodeKey[static_cast<size_t>(p)] = NodeKey{orderBits(pt(p).y), orderBits(pt(p).x)};
     m_ForcedHead.assign(static_cast<size_t>(m_Nodes), kNil);
     m_Forced.clear();
     m_Heap.clear();
@@ -209,8 +219,8 @@ void RingSweep::prepare(const RingModel& model, SweepMode mode) {
   m_TopLevel = 1;
   m_Random = 0x9e3779b9u;  // a fixed start: the same input gives the same list in every run
 
-  m_Front.clear();
-  m_Front.reserve(2 * static_cast<size_t>(n));
+  m_FrontUsed = 0;
+  if (m_Front.size() < 2 * static_cast<size_t>(n)) m_Front.resize(2 * static_cast<size_t>(n));
   m_Intervals.clear();
   m_FreeIntervals.clear();
 }
@@ -219,32 +229,37 @@ void RingSweep::sortNodes() {
   const RingModel& model = *m_Model;
   const size_t n = static_cast<size_t>(model.size());
   m_Keys.resize(n);
-  for (size_t i = 0; i < n; ++i)
-    m_Keys[i] = Key{orderBits(model.pts[i].y), orderBits(model.pts[i].x), static_cast<qorInt32>(i)};
+  for (size_t i = 0; i < n; ++i) m_Keys[i] = Key{orderBits(model.pts[i].y), static_cast<qorInt32>(i)};
+  const KeyBefore before{model.pts.data()};
   if (n <= 24) {
     for (size_t i = 1; i < n; ++i) {
       const Key k = m_Keys[i];
       size_t j = i;
-      for (; j > 0 && keyBefore(k, m_Keys[j - 1]); --j) m_Keys[j] = m_Keys[j - 1];
+      for (; j > 0 && before(k, m_Keys[j - 1]); --j) m_Keys[j] = m_Keys[j - 1];
       m_Keys[j] = k;
     }
   } else {
     mergeRuns();
   }
 
-  m_Order.resize(n);
-  m_NodeOf.resize(n);
-  m_NodeStart.resize(n + 1);
+  if (m_Order.size() < n) {
+    m_Order.resize(n);
+    m_NodeOf.resize(n);
+    m_NodeStart.resize(n + 1);
+  }
   m_NodePt.resize(n);
   m_NodeOrig.resize(n);
   size_t nodes = 0;
+  const Pt* last = nullptr;
   for (size_t i = 0; i < n; ++i) {
     const Key& k = m_Keys[i];
-    if (i == 0 || k.y != m_Keys[i - 1].y || k.x != m_Keys[i - 1].x) {
+    const Pt& at = model.pts[static_cast<size_t>(k.point)];
+    if (last == nullptr || at.y != last->y || at.x != last->x) {
       m_NodeStart[nodes] = static_cast<qorInt32>(i);
-      m_NodePt[nodes] = model.pts[static_cast<size_t>(k.point)];
+      m_NodePt[nodes] = at;
       m_NodeOrig[nodes] = model.orig[static_cast<size_t>(k.point)];
       ++nodes;
+      last = &at;
     }
     m_Order[i] = k.point;
     m_NodeOf[static_cast<size_t>(k.point)] = static_cast<qorInt32>(nodes) - 1;
@@ -259,24 +274,26 @@ void RingSweep::mergeRuns() {
   // A ring runs up and down between its turning points, so its points form sorted runs: reverse the falling ones
   // and merge them pairwise, which takes O(n log r) for r runs. Rings that turn at nearly every point (combs,
   // grids, jagged outlines) are sorted outright, large ones by radix.
+  const RingModel& model = *m_Model;
+  const KeyBefore before{model.pts.data()};
   const size_t n = m_Keys.size();
   m_Runs.clear();
-  for (size_t i = 0; i < n;) {
-    const size_t ringEnd = static_cast<size_t>(m_Model->prev[i]) + 1;  // prev of a ring's first point is its last
-    while (i < ringEnd) {
+  for (qorInt32 r = 0; r < model.rings(); ++r) {
+    const size_t ringEnd = static_cast<size_t>(model.ringStart[static_cast<size_t>(r) + 1]);
+    for (size_t i = static_cast<size_t>(model.ringStart[static_cast<size_t>(r)]); i < ringEnd;) {
       size_t j = i + 1;
-      const bool rising = j < ringEnd && keyBefore(m_Keys[i], m_Keys[j]);
-      while (j < ringEnd && keyBefore(m_Keys[j - 1], m_Keys[j]) == rising) ++j;
+      const bool rising = j < ringEnd && before(m_Keys[i], m_Keys[j]);
+      while (j < ringEnd && before(m_Keys[j - 1], m_Keys[j]) == rising) ++j;
       m_Runs.push_back(static_cast<qorInt32>(i));
       if (!rising) std::reverse(m_Keys.begin() + static_cast<long>(i), m_Keys.begin() + static_cast<long>(j));
       i = j;
     }
   }
   if (m_Runs.size() > n / 16) {
-    if (n >= 1024)
+    if (n >= 2048)
       radixSort();
     else
-      std::sort(m_Keys.begin(), m_Keys.end(), keyBefore);
+      std::sort(m_Keys.begin(), m_Keys.end(), before);
     return;
   }
   m_Runs.push_back(static_cast<qorInt32>(n));
@@ -288,7 +305,7 @@ void RingSweep::mergeRuns() {
       const size_t c = r + 2 < m_Runs.size() ? static_cast<size_t>(m_Runs[r + 2]) : b;
       std::merge(m_Keys.begin() + static_cast<long>(a), m_Keys.begin() + static_cast<long>(b),
                  m_Keys.begin() + static_cast<long>(b), m_Keys.begin() + static_cast<long>(c),
-                 m_Merged.begin() + static_cast<long>(a), keyBefore);
+                 m_Merged.begin() + static_cast<long>(a), before);
       m_Runs[kept++] = static_cast<qorInt32>(a);
     }
     m_Runs[kept++] = static_cast<qorInt32>(n);
@@ -298,35 +315,37 @@ void RingSweep::mergeRuns() {
 }
 
 void RingSweep::radixSort() {
-  // By y: six stable passes over 11-bit digits of the order bits (a pass whose digit is the same for every key is
-  // skipped), the points in index order to begin with; then each run of equal y is sorted by x and index.
+  // By y, least significant byte first, each pass stable, from the points in index order; only the bytes in which
+  // some keys differ take a pass (the high bytes of coordinates in a narrow range do not). Then each run of equal y
+  // is sorted by x and index.
   const RingModel& model = *m_Model;
   const size_t n = m_Keys.size();
-  m_Radix.resize(n);
-  m_RadixTmp.resize(n);
-  for (size_t i = 0; i < n; ++i) m_Radix[i] = {m_Keys[i].y, m_Keys[i].point};
-  size_t counts[2048];
-  for (int shift = 0; shift < 64; shift += 11) {
+  uint64_t differ = 0;
+  const uint64_t first = orderBits(model.pts[0].y);
+  for (size_t i = 0; i < n; ++i) {
+    m_Keys[i] = Key{orderBits(model.pts[i].y), static_cast<qorInt32>(i)};
+    differ |= m_Keys[i].y ^ first;
+  }
+  m_Merged.resize(n);
+  uint32_t counts[256];
+  for (int shift = 0; shift < 64; shift += 8) {
+    if (((differ >> shift) & 255) == 0) continue;
     std::memset(counts, 0, sizeof(counts));
-    for (const auto& r : m_Radix) ++counts[(r.first >> shift) & 2047];
-    if (counts[(m_Radix[0].first >> shift) & 2047] == n) continue;
-    size_t sum = 0;
-    for (size_t& c : counts) {
-      const size_t here = c;
+    for (const Key& k : m_Keys) ++counts[(k.y >> shift) & 255];
+    uint32_t sum = 0;
+    for (uint32_t& c : counts) {
+      const uint32_t here = c;
       c = sum;
       sum += here;
     }
-    for (const auto& r : m_Radix) m_RadixTmp[counts[(r.first >> shift) & 2047]++] = r;
-    m_Radix.swap(m_RadixTmp);
+    for (const Key& k : m_Keys) m_Merged[counts[(k.y >> shift) & 255]++] = k;
+    m_Keys.swap(m_Merged);
   }
-  for (size_t i = 0; i < n; ++i) {
-    const size_t point = static_cast<size_t>(m_Radix[i].second);
-    m_Keys[i] = Key{m_Radix[i].first, orderBits(model.pts[point].x), m_Radix[i].second};
-  }
+  const KeyBefore before{model.pts.data()};
   for (size_t i = 0; i < n;) {
     size_t j = i + 1;
     while (j < n && m_Keys[j].y == m_Keys[i].y) ++j;
-    if (j - i > 1) std::sort(m_Keys.begin() + static_cast<long>(i), m_Keys.begin() + static_cast<long>(j), keyBefore);
+    if (j - i > 1) std::sort(m_Keys.begin() + static_cast<long>(i), m_Keys.begin() + static_cast<long>(j), before);
     i = j;
   }
 }
@@ -389,11 +408,11 @@ bool RingSweep::nodeBefore(qorInt32 a, qorInt32 b) const {
 qorInt32 RingSweep::nodeAt(const Pt& at) {
   // An input point at the same place is that node; an earlier crossing there is that one; else a new node.
   const NodeKey key{orderBits(at.y), orderBits(at.x)};
-  const auto found = std::lower_bound(m_Keys.begin(), m_Keys.end(), key, [](const Key& k, const NodeKey& want) {
-    return k.y < want.y || (k.y == want.y && k.x < want.x);
-  });
-  if (found != m_Keys.end() && found->y == key.y && found->x == key.x)
-    return m_NodeOf[static_cast<size_t>(found->point)];
+  const auto found =
+      std::lower_bound(m_NodeKey.begin(), m_NodeKey.begin() + m_Nodes, key, [](const NodeKey& k, const NodeKey& want) {
+        return k.y < want.y || (k.y == want.y && k.x < want.x);
+      });
+  if (found != m_NodeKey.begin() + m_Nodes && *found == key) return static_cast<qorInt32>(found - m_NodeKey.begin());
   const auto crossing = m_CrossingAt.find(key);
   if (crossing != m_CrossingAt.end()) return crossing->second;
   const qorInt32 node = static_cast<qorInt32>(m_NodePt.size());
@@ -403,8 +422,12 @@ qorInt32 RingSweep::nodeAt(const Pt& at) {
   m_Orig = m_NodeOrig.data();
   m_Added->push_back(at.x / m_Model->scale);
   m_Added->push_back(at.y / m_Model->scale);
-  m_ExtraHead.push_back(kNil);
-  m_Touched.push_back(0);
+  if (m_ExtraHead.size() <= static_cast<size_t>(node)) {
+    m_ExtraHead.resize(2 * static_cast<size_t>(node) + 2);
+    m_Touched.resize(2 * static_cast<size_t>(node) + 2);
+  }
+  m_ExtraHead[static_cast<size_t>(node)] = kNil;
+  m_Touched[static_cast<size_t>(node)] = 0;
   m_ForcedHead.push_back(kNil);
   m_CrossingAt.emplace(key, node);
   m_Heap.push_back(node);
@@ -930,8 +953,14 @@ qorInt32 RingSweep::search(const Pt& p) const {
 // --- Fronts -------------------------------------------------------------------------------------------------------
 
 QOR_HOT_INLINE qorInt32 RingSweep::newFront(qorInt32 node) {
-  m_Front.push_back(FrontNode{pt(node), node, kNil, kNil});
-  return static_cast<qorInt32>(m_Front.size()) - 1;
+  // Field by field into room made ahead: a record built aside and copied whole makes the processor wait for the
+  // pieces it was stored in.
+  if (m_FrontUsed == m_Front.size()) m_Front.resize(2 * m_Front.size() + 16);
+  FrontNode& f = m_Front[m_FrontUsed];
+  f.at = pt(node);
+  f.node = node;
+  f.prev = f.next = kNil;
+  return static_cast<qorInt32>(m_FrontUsed++);
 }
 
 qorInt32 RingSweep::allocInterval(const Interval& iv) {

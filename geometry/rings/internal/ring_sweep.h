@@ -71,10 +71,10 @@ struct SweepCounts {
 
 class QOR_HIDDEN RingSweep {
  public:
-  // A point in sweep order: by y, then x, then its index; the coordinates as unsigned numbers in the doubles'
-  // order, so that comparing them takes two integer comparisons.
+  // A point in sweep order: by y (as an unsigned number in the doubles' order, so that comparing takes one integer
+  // comparison), then x, then its index.
   struct Key {
-    uint64_t y, x;
+    uint64_t y;
     qorInt32 point;
   };
   // Check mode: the lowest touch and the lowest crossing.
@@ -249,6 +249,7 @@ class QOR_HIDDEN RingSweep {
   uint32_t m_Random = 1;
 
   std::vector<FrontNode> m_Front;
+  size_t m_FrontUsed = 0;
   std::vector<Interval> m_Intervals;
   std::vector<qorInt32> m_FreeIntervals;
 
@@ -258,7 +259,6 @@ class QOR_HIDDEN RingSweep {
   std::vector<qorInt32> m_Windings;  // scratch: their winding numbers
   std::vector<Key> m_Keys, m_Merged;
   std::vector<qorInt32> m_Runs;  // scratch: where each sorted run of keys starts
-  std::vector<std::pair<uint64_t, qorInt32>> m_Radix, m_RadixTmp;
   std::vector<Pt> m_Turned;       // scratch: a ring turned by a quarter for the sweep along x
   std::vector<qorInt32> m_Deque;  // scratch: the front of a monotone ring
 };
