@@ -27,7 +27,11 @@ bool RingSweep::triangulateMonotone(const RingModel& model, bool ccw, std::vecto
   startOutput(static_cast<size_t>(n));
   if (!monotoneAlong<false>(model, ccw)) {
     startOutput(static_cast<size_t>(n));
-    if (!monotoneAlong<true>(model, ccw)) return false;
+    if (!monotoneAlong<true>(model, ccw)) {
+      if (n > kSmallRing) return false;
+      startOutput(static_cast<size_t>(n));
+      if (!smallRing(model)) return false;
+    }
   }
   out.insert(out.end(), m_Triangles.get(), m_Out);
   twiceArea = m_Area;

@@ -231,7 +231,7 @@ void RingSweep::sortNodes() {
   m_Keys.resize(n);
   for (size_t i = 0; i < n; ++i) m_Keys[i] = Key{orderBits(model.pts[i].y), static_cast<qorInt32>(i)};
   const KeyBefore before{model.pts.data()};
-  if (n <= 24) {
+  if (n <= 12) {
     for (size_t i = 1; i < n; ++i) {
       const Key k = m_Keys[i];
       size_t j = i;
@@ -289,7 +289,7 @@ void RingSweep::mergeRuns() {
       i = j;
     }
   }
-  if (m_Runs.size() > n / 16) {
+  if (m_Runs.size() > 8 && m_Runs.size() > n / 16) {
     if (n >= 2048)
       radixSort();
     else
@@ -952,16 +952,6 @@ qorInt32 RingSweep::search(const Pt& p) const {
 
 // --- Fronts -------------------------------------------------------------------------------------------------------
 
-QOR_HOT_INLINE qorInt32 RingSweep::newFront(qorInt32 node) {
-  // Field by field into room made ahead: a record built aside and copied whole makes the processor wait for the
-  // pieces it was stored in.
-  if (m_FrontUsed == m_Front.size()) m_Front.resize(2 * m_Front.size() + 16);
-  FrontNode& f = m_Front[m_FrontUsed];
-  f.at = pt(node);
-  f.node = node;
-  f.prev = f.next = kNil;
-  return static_cast<qorInt32>(m_FrontUsed++);
-}
 
 qorInt32 RingSweep::allocInterval(const Interval& iv) {
   if (!m_FreeIntervals.empty()) {
@@ -979,45 +969,7 @@ qorInt32 RingSweep::newInterval(qorInt32 node) {
   return allocInterval(Interval{f, f, f});
 }
 
-QOR_HOT_INLINE void RingSweep::addRight(qorInt32 i, qorInt32 p) {
-  // The point arrives at the right end of the front: cut off each triangle it makes with the front's last edge
-  // while that edge's far end is convex.
-  const Pt& at = pt(p);
-  qorInt32 b = interval(i).right;
-  for (;;) {
-    const qorInt32 a = front(b).prev;
-    if (a == kNil) break;
-    const FrontNode &fa = front(a), &fb = front(b);
-    if (!(orient2d(fa.at, fb.at, at) > 0)) break;
-    emit(fa.node, fb.node, p, fa.at, fb.at, at);
-    front(a).next = kNil;
-    b = a;
-  }
-  const qorInt32 f = newFront(p);
-  front(f).prev = b;
-  front(b).next = f;
-  interval(i).right = f;
-  interval(i).helper = f;
-}
 
-QOR_HOT_INLINE void RingSweep::addLeft(qorInt32 i, qorInt32 p) {
-  const Pt& at = pt(p);
-  qorInt32 b = interval(i).left;
-  for (;;) {
-    const qorInt32 a = front(b).next;
-    if (a == kNil) break;
-    const FrontNode &fa = front(a), &fb = front(b);
-    if (!(orient2d(at, fb.at, fa.at) > 0)) break;
-    emit(p, fb.node, fa.node, at, fb.at, fa.at);
-    front(a).prev = kNil;
-    b = a;
-  }
-  const qorInt32 f = newFront(p);
-  front(f).next = b;
-  front(b).prev = f;
-  interval(i).left = f;
-  interval(i).helper = f;
-}
 
 void RingSweep::close(qorInt32 i, qorInt32 p) {
   // The region ends at the point: it sees the whole front, whose inner points are all reflex.

@@ -89,9 +89,9 @@ class QOR_HIDDEN RingSweep {
   // 2: not zero) chooses. Raises with messages that start with `prefix`.
   void fill(const RingModel& model, int rule, qorInt32 inputPoints, const char* prefix, std::vector<qorInt32>& out,
             std::vector<double>& added);
-  // A model of one simple ring that is monotone along y or along x, running counter-clockwise when `ccw` (as kept)
-  // and clockwise otherwise: appends its triangles and returns true. Returns false, appending nothing, for any
-  // other ring (the sweep decides those).
+  // A model of one simple ring that is monotone along y or along x, or small, running counter-clockwise when `ccw`
+  // (as kept) and clockwise otherwise: appends its triangles and returns true. Returns false, appending nothing, for
+  // any other ring (the sweep decides those).
   bool triangulateMonotone(const RingModel& model, bool ccw, std::vector<qorInt32>& out, double& twiceArea);
 
  private:
@@ -158,11 +158,11 @@ class QOR_HIDDEN RingSweep {
   qorInt32 up(qorInt32 s, qorInt32 level) const { return m_Up[static_cast<size_t>(s) * kLevels + level]; }
 
   // Fronts.
-  qorInt32 newFront(qorInt32 node);
+  __attribute__((always_inline)) qorInt32 newFront(qorInt32 node);
   qorInt32 newInterval(qorInt32 node);
   qorInt32 allocInterval(const Interval& iv);
-  void addRight(qorInt32 i, qorInt32 p);
-  void addLeft(qorInt32 i, qorInt32 p);
+  __attribute__((always_inline)) void addRight(qorInt32 i, qorInt32 p);
+  __attribute__((always_inline)) void addLeft(qorInt32 i, qorInt32 p);
   void close(qorInt32 i, qorInt32 p);
   void merge(qorInt32 left, qorInt32 right);
   qorInt32 split(qorInt32 i, qorInt32 p);
@@ -177,6 +177,8 @@ class QOR_HIDDEN RingSweep {
   void startOutput(size_t triangles);
   template <bool alongX>
   bool monotoneAlong(const RingModel& model, bool ccw);
+  bool smallRing(const RingModel& model);
+  static constexpr qorInt32 kSmallRing = 160;  // up to this many points a ring may take the small sweep
   // Fill mode: the events that crossings add.
   struct NodeKey {
     uint64_t y, x;
@@ -261,7 +263,61 @@ class QOR_HIDDEN RingSweep {
   std::vector<qorInt32> m_Runs;  // scratch: where each sorted run of keys starts
   std::vector<Pt> m_Turned;       // scratch: a ring turned by a quarter for the sweep along x
   std::vector<qorInt32> m_Deque;  // scratch: the front of a monotone ring
+  std::vector<qorInt32> m_SmallRank, m_SmallEdges, m_SmallFronts;  // scratch of the small sweep
 };
+
+// The steps every point of a ring goes through, inlined where they are called.
+
+inline qorInt32 RingSweep::newFront(qorInt32 node) {
+  // Field by field into room made ahead: a record built aside and copied whole makes the processor wait for the
+  // pieces it was stored in.
+  if (m_FrontUsed == m_Front.size()) m_Front.resize(2 * m_Front.size() + 16);
+  FrontNode& f = m_Front[m_FrontUsed];
+  f.at = pt(node);
+  f.node = node;
+  f.prev = f.next = kNil;
+  return static_cast<qorInt32>(m_FrontUsed++);
+}
+
+inline void RingSweep::addRight(qorInt32 i, qorInt32 p) {
+  // The point arrives at the right end of the front: cut off each triangle it makes with the front's last edge
+  // while that edge's far end is convex.
+  const Pt& at = pt(p);
+  qorInt32 b = interval(i).right;
+  for (;;) {
+    const qorInt32 a = front(b).prev;
+    if (a == kNil) break;
+    const FrontNode &fa = front(a), &fb = front(b);
+    if (!(orient2d(fa.at, fb.at, at) > 0)) break;
+    emit(fa.node, fb.node, p, fa.at, fb.at, at);
+    front(a).next = kNil;
+    b = a;
+  }
+  const qorInt32 f = newFront(p);
+  front(f).prev = b;
+  front(b).next = f;
+  interval(i).right = f;
+  interval(i).helper = f;
+}
+
+inline void RingSweep::addLeft(qorInt32 i, qorInt32 p) {
+  const Pt& at = pt(p);
+  qorInt32 b = interval(i).left;
+  for (;;) {
+    const qorInt32 a = front(b).next;
+    if (a == kNil) break;
+    const FrontNode &fa = front(a), &fb = front(b);
+    if (!(orient2d(at, fb.at, fa.at) > 0)) break;
+    emit(p, fb.node, fa.node, at, fb.at, fa.at);
+    front(a).prev = kNil;
+    b = a;
+  }
+  const qorInt32 f = newFront(p);
+  front(f).next = b;
+  front(b).prev = f;
+  interval(i).left = f;
+  interval(i).helper = f;
+}
 
 }  // namespace qor_internal
 
