@@ -32,6 +32,15 @@ bool RingSweep::smallRing(const RingModel& model) {
     if (a.y != b.y) return a.y < b.y;
     return p[a.point].x < p[b.point].x;
   };
+  // Each lowest point of two chains adds two active edges: with many of them, the array's linear searches and shifts
+  // would cost more than the general sweep's skip list.
+  qorInt32 lowest = 0;
+  for (qorInt32 i = 0, prev = n - 1; i < n; prev = i++) {
+    const qorInt32 next = i + 1 < n ? i + 1 : 0;
+    const Key here = m_Keys[static_cast<size_t>(i)];
+    lowest += before(here, m_Keys[static_cast<size_t>(prev)]) && before(here, m_Keys[static_cast<size_t>(next)]);
+  }
+  if (lowest > kSmallStatus / 2) return false;
   std::sort(m_Keys.begin(), m_Keys.end(), before);
   m_SmallRank.resize(static_cast<size_t>(n));
   for (qorInt32 i = 0; i < n; ++i) {

@@ -408,10 +408,9 @@ bool RingSweep::nodeBefore(qorInt32 a, qorInt32 b) const {
 qorInt32 RingSweep::nodeAt(const Pt& at) {
   // An input point at the same place is that node; an earlier crossing there is that one; else a new node.
   const NodeKey key{orderBits(at.y), orderBits(at.x)};
-  const auto found =
-      std::lower_bound(m_NodeKey.begin(), m_NodeKey.begin() + m_Nodes, key, [](const NodeKey& k, const NodeKey& want) {
-        return k.y < want.y || (k.y == want.y && k.x < want.x);
-      });
+  const auto found = std::lower_bound(
+      m_NodeKey.begin(), m_NodeKey.begin() + m_Nodes, key,
+      [](const NodeKey& k, const NodeKey& want) { return k.y < want.y || (k.y == want.y && k.x < want.x); });
   if (found != m_NodeKey.begin() + m_Nodes && *found == key) return static_cast<qorInt32>(found - m_NodeKey.begin());
   const auto crossing = m_CrossingAt.find(key);
   if (crossing != m_CrossingAt.end()) return crossing->second;
@@ -952,7 +951,6 @@ qorInt32 RingSweep::search(const Pt& p) const {
 
 // --- Fronts -------------------------------------------------------------------------------------------------------
 
-
 qorInt32 RingSweep::allocInterval(const Interval& iv) {
   if (!m_FreeIntervals.empty()) {
     const qorInt32 i = m_FreeIntervals.back();
@@ -968,8 +966,6 @@ qorInt32 RingSweep::newInterval(qorInt32 node) {
   const qorInt32 f = newFront(node);
   return allocInterval(Interval{f, f, f});
 }
-
-
 
 void RingSweep::close(qorInt32 i, qorInt32 p) {
   // The region ends at the point: it sees the whole front, whose inner points are all reflex.

@@ -178,7 +178,8 @@ class QOR_HIDDEN RingSweep {
   template <bool alongX>
   bool monotoneAlong(const RingModel& model, bool ccw);
   bool smallRing(const RingModel& model);
-  static constexpr qorInt32 kSmallRing = 160;  // up to this many points a ring may take the small sweep
+  static constexpr qorInt32 kSmallRing = 1024;  // up to this many points a ring may take the small sweep,
+  static constexpr qorInt32 kSmallStatus = 48;  // if it keeps at most this many edges active
   // Fill mode: the events that crossings add.
   struct NodeKey {
     uint64_t y, x;
@@ -260,7 +261,7 @@ class QOR_HIDDEN RingSweep {
   std::vector<qorInt32> m_Regions;   // scratch: intervals of the regions around the new edges
   std::vector<qorInt32> m_Windings;  // scratch: their winding numbers
   std::vector<Key> m_Keys, m_Merged;
-  std::vector<qorInt32> m_Runs;  // scratch: where each sorted run of keys starts
+  std::vector<qorInt32> m_Runs;   // scratch: where each sorted run of keys starts
   std::vector<Pt> m_Turned;       // scratch: a ring turned by a quarter for the sweep along x
   std::vector<qorInt32> m_Deque;  // scratch: the front of a monotone ring
   std::vector<qorInt32> m_SmallRank, m_SmallEdges, m_SmallFronts;  // scratch of the small sweep
