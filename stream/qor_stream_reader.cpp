@@ -311,22 +311,36 @@ bool refill(qorStreamReader& r, long copied) {
   }
 }
 
-// The reader's buffer as every reading operation sees it: the unread bytes
-// are [pos(), end()), take() consumes them up to a point, and more() refills
-// when none are left.
+// The reader's buffer as every reading operation sees it. After more() or
+// buffered() said yes, the unread bytes are [pos(), end()); take() consumes
+// them up to a point. The cursor keeps both ends itself, so that a loop
+// over the buffer does not read the reader's fields again after each call
+// that could in principle change them.
 class Cursor {
  public:
   explicit Cursor(qorStreamReader& r) : r_(r) {}
-  const char* pos() const { return r_.m_Buf + (r_.m_BufSize - r_.m_BufLeft); }
-  const char* end() const { return r_.m_Buf + r_.m_BufSize; }
-  int left() const { return r_.m_BufLeft; }
-  void take(const char* upTo) { r_.m_BufLeft = static_cast<int>(end() - upTo); }
-  // Whether unread bytes are there, refilling when none are; false at the end
-  // of the data. `copied`: see refill().
-  bool more(long copied = 0) { return r_.m_BufLeft > 0 || refill(r_, copied); }
+  // Whether unread bytes are in the buffer, without refilling it.
+  bool buffered() {
+    if (r_.m_BufLeft <= 0) return false;
+    end_ = r_.m_Buf + r_.m_BufSize;
+    pos_ = end_ - r_.m_BufLeft;
+    return true;
+  }
+  // Whether unread bytes are there, refilling when none are; false at the
+  // end of the data. `copied`: see refill().
+  bool more(long copied = 0) { return buffered() || (refill(r_, copied) && buffered()); }
+  const char* pos() const { return pos_; }
+  const char* end() const { return end_; }
+  int left() const { return static_cast<int>(end_ - pos_); }
+  void take(const char* upTo) {
+    pos_ = upTo;
+    r_.m_BufLeft = static_cast<int>(end_ - upTo);
+  }
 
  private:
   qorStreamReader& r_;
+  const char* pos_ = nullptr;
+  const char* end_ = nullptr;
 };
 
 // ---------------------------------------------------------------------------
@@ -391,30 +405,43 @@ template <char Stop, bool DropCR, bool Expand, typename Sink>
 bool readItem(qorStreamReader& r, Sink& sink) {
   for (Cursor c(r); c.more();) {
     const char* stop = copyItem<Stop, DropCR, Expand>(sink, c.pos(), c.end());
-    c.take(stop == c.end() ? stop : stop + 1);
-    if (stop != c.end()) return true;
+    const bool found = stop != c.end();
+    c.take(stop + found);
+    if (found) return true;
   }
   return false;
 }
 
+void empty(std::string& s) { s.clear(); }
+void empty(QString& s) { s.resize(0); }
+
 template <char Stop, bool DropCR, bool Expand, typename Sink, typename Target>
 bool readInto(qorStreamReader& r, Target& s) {
-  s.resize(0);
+  empty(s);
   Sink sink{&s};
   return readItem<Stop, DropCR, Expand>(r, sink);
 }
 
 // Takes n bytes one buffer at a time. False when the data ends first; the
 // bytes taken so far are consumed.
-bool takeBytes(qorStreamReader& r, char* dst, int n) {
+__attribute__((noinline)) bool takeBytesAcross(qorStreamReader& r, char* dst, int n) {
   for (Cursor c(r); n > 0;) {
     if (!c.more()) return false;
-    const int k = c.left() < n ? c.left() : n;
+    const int k = std::min(c.left(), n);
     memcpy(dst, c.pos(), static_cast<size_t>(k));
     c.take(c.pos() + k);
     dst += k;
     n -= k;
   }
+  return true;
+}
+
+// The same, in one piece where the buffer holds the n bytes.
+inline bool takeBytes(qorStreamReader& r, char* dst, int n) {
+  Cursor c(r);
+  if (!c.buffered() || c.left() < n) return takeBytesAcross(r, dst, n);
+  memcpy(dst, c.pos(), static_cast<size_t>(n));
+  c.take(c.pos() + n);
   return true;
 }
 
@@ -469,7 +496,7 @@ inline char* lineBuffer() {
 
 // readLineView's line when it cannot be shown inside m_Buf: it spans a
 // refill, holds a carriage return, or is the end of the data.
-bool spillLine(qorStreamReader& r, std::string_view& line) {
+__attribute__((noinline)) bool spillLine(qorStreamReader& r, std::string_view& line) {
   std::string& spill = sideOf(r).spill;
   spill.clear();
   StringSink sink{&spill};
@@ -477,6 +504,40 @@ bool spillLine(qorStreamReader& r, std::string_view& line) {
   line = spill;
   return ended;
 }
+
+// readLineView: a line that lies whole in the buffer without a carriage
+// return is shown where it is, one scan and no copy; every other line is
+// spilled. The fast path runs once a line, so it is built twice, to scan
+// without a call: for every processor, and for those with AVX2.
+__attribute__((noinline)) bool viewLine(qorStreamReader& r, std::string_view& line) {
+  Cursor c(r);
+  if (c.buffered()) {
+    const char* p = c.pos();
+    const char* q = qor_internal::findSpecialSse2<'\n', true, false>(p, c.end());
+    if (q != c.end() && *q == '\n') {
+      line = std::string_view(p, static_cast<size_t>(q - p));
+      c.take(q + 1);
+      return true;
+    }
+  }
+  return spillLine(r, line);
+}
+
+#if defined(QOR_LINESCAN_AVX2)
+__attribute__((target("avx2"))) bool viewLineAvx2(qorStreamReader& r, std::string_view& line) {
+  Cursor c(r);
+  if (c.buffered()) {
+    const char* p = c.pos();
+    const char* q = qor_internal::findSpecialAvx2<'\n', true, false>(p, c.end());
+    if (q != c.end() && *q == '\n') {
+      line = std::string_view(p, static_cast<size_t>(q - p));
+      c.take(q + 1);
+      return true;
+    }
+  }
+  return spillLine(r, line);
+}
+#endif
 
 }  // namespace
 
@@ -618,19 +679,10 @@ bool qorStreamReader::readString(QString& s, bool expandTabs) {
 bool qorStreamReader::readString(std::string& s, bool expandTabs) { return readLine(s, expandTabs); }
 
 bool qorStreamReader::readLineView(std::string_view& line) {
-  // A line that lies whole in the buffer without a carriage return is shown
-  // where it is: one scan, no copy.
-  Cursor c(*this);
-  if (c.left() > 0) {
-    const char* p = c.pos();
-    const char* q = qor_internal::findSpecial<'\n', true, false>(p, c.end());
-    if (q != c.end() && *q == '\n') {
-      line = std::string_view(p, static_cast<size_t>(q - p));
-      c.take(q + 1);
-      return true;
-    }
-  }
-  return spillLine(*this, line);
+#if defined(QOR_LINESCAN_AVX2)
+  if (qor_internal::hasAvx2()) return viewLineAvx2(*this, line);
+#endif
+  return viewLine(*this, line);
 }
 
 bool qorStreamReader::readFloat(double& value) {
