@@ -159,7 +159,7 @@ void beginStream(qorStreamReader& r, ReaderSide& side) {
   side.phase = Phase::kRunning;
   if (!side.fast || side.mode != Mode::kGzip) return;
   if (side.fastInflater == nullptr && (side.fastInflater = qor_internal::newFastInflater()) == nullptr) return;
-  topUp(r, 10);  // the fixed part of a gzip header
+  topUp(r, r.m_ZBufSize);  // the whole header, if it fits
   if (!side.fastInflater->takes(r.m_ZStream)) return;
   side.fastInflater->restart(r.m_ZStream);
   side.mode = Mode::kGzipFast;

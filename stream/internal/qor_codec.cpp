@@ -2,6 +2,8 @@
 
 #include <qor/qor_assert.h>
 
+#include <cstring>
+
 #if defined(QOR_HAVE_ISAL)
 #include <isa-l/igzip_lib.h>
 #endif
@@ -83,15 +85,28 @@ class FastInflater : public Inflater {
   // the memory held before.
   FastInflater() : state_() { isal_inflate_init(&state_); }
 
-  // Only gzip members whose fixed header ISA-L reads as zlib does: the magic,
-  // the deflate method, no header CRC and no reserved flag bits (ISA-L takes
-  // those where zlib raises "unknown header flags set"). Raw deflate carries
-  // no check value, so ISA-L's acceptance of Huffman tables that zlib refuses
-  // would pass unnoticed there; zlib decodes it.
+  // Only gzip members whose header ISA-L reads as zlib does: the magic, the
+  // deflate method, no header CRC and no reserved flag bits (ISA-L takes
+  // those where zlib raises "unknown header flags set"); and only when the
+  // whole header is in the pending input, because ISA-L forgets the header's
+  // flags between two calls and would read the rest of a split header by
+  // what its stack happens to hold. Raw deflate carries no check value, so
+  // ISA-L's acceptance of Huffman tables that zlib refuses would pass
+  // unnoticed there; zlib decodes it.
   bool takes(const z_stream* zs) const override {
     const Bytef* p = zs->next_in;
-    return windowBitsOf(zs) == kGzipWindowBits && zs->avail_in >= 4 && p[0] == 0x1f && p[1] == 0x8b && p[2] == 8 &&
-           (p[3] & 0xe2) == 0;
+    const size_t n = zs->avail_in;
+    if (windowBitsOf(zs) != kGzipWindowBits || n < 10 || p[0] != 0x1f || p[1] != 0x8b || p[2] != 8 ||
+        (p[3] & 0xe2) != 0)
+      return false;
+    size_t length = 10;
+    if ((p[3] & 0x04) != 0) length = n < 12 ? n + 1 : 12 + (p[10] | p[11] << 8);  // FEXTRA
+    for (const int field : {0x08, 0x10}) {                                        // FNAME, FCOMMENT
+      if ((p[3] & field) == 0) continue;
+      const void* zero = length < n ? memchr(p + length, 0, n - length) : nullptr;
+      length = zero == nullptr ? n + 1 : static_cast<size_t>(static_cast<const Bytef*>(zero) - p) + 1;
+    }
+    return length <= n;
   }
 
   void restart(z_stream* zs) override {
