@@ -187,11 +187,12 @@ class QOR_API qorStreamReader {
   // ISA-L would read differently: raw deflate (it carries no check value that
   // would catch ISA-L accepting a damaged Huffman table that zlib refuses)
   // and gzip members whose header has reserved flag bits, a header CRC or a
-  // method other than deflate. Differences: input that cannot seek cannot be
-  // decoded again, so a fault there raises "Corrupt compressed data in
-  // <name>\n", and a cut "Unexpected end of compressed data in <name>\n";
-  // the number of bytes a single fill produces may differ from zlib's by a
-  // few bytes, so m_BufSize after a given fill is not promised to match.
+  // method other than deflate, or does not fit the 16 KiB input buffer.
+  // Differences: input that cannot seek cannot be decoded again, so a fault
+  // there raises "Corrupt compressed data in <name>\n", and a cut
+  // "Unexpected end of compressed data in <name>\n"; the number of bytes a
+  // single fill produces may differ from zlib's by a few bytes, so m_BufSize
+  // after a given fill is not promised to match.
   void useFastDecoder(bool on);
 
   size_t m_FileBytes;   // bytes read from the file (compressed bytes while decoding)
