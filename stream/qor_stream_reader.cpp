@@ -472,8 +472,8 @@ const char kLineTooLong[] = "line > 64k chars in qorStreamReader::readLine";
 // space, which programs that load the library with dlopen may not have. The
 // pointer uses the initial-exec model (eight bytes, which glibc's reserve for
 // dlopen covers), so a call reads it with one load instead of two calls to
-// __tls_get_addr: that cost readLine(bool) 12 to 18 per cent on lines of 70
-// bytes (BM_qorStreamReader_PlainReadLineStatic).
+// __tls_get_addr, which readLine(bool) felt on short lines
+// (BM_qorStreamReader/PlainReadLineStatic).
 __attribute__((tls_model("initial-exec"))) thread_local char* t_LineBuffer = nullptr;
 
 // Owns the thread's buffer; its destructor runs when the thread ends.
