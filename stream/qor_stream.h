@@ -68,9 +68,10 @@ class QOR_API qorStreamReader {
   // Refills the buffer; the readers call it when the buffer is used up.
   // m_BufSize becomes 0 when the data has ended. While decoding, a corrupt
   // stream raises zlib's message, and a file that ends inside the stream
-  // raises "Unexpected end of compressed data in <name>\n". A failed read of
-  // the file (an I/O error) ends the data as the end of the file would; see
-  // failed() and checkRead().
+  // raises "Unexpected end of compressed data in <name>\n", leaving the
+  // buffer empty. An error that read() or readString(char*) kept for the
+  // next call is raised first. A failed read of the file (an I/O error) ends
+  // the data as the end of the file would; see failed() and checkRead().
   void fillBuf();
 
   // Copies the next n bytes into buf and returns how many were copied: n,
