@@ -69,22 +69,21 @@ class QOR_API qorStreamReader {
   // m_BufSize becomes 0 when the data has ended. While decoding, a corrupt
   // stream raises zlib's message, and a file that ends inside the stream
   // raises "Unexpected end of compressed data in <name>\n", leaving the
-  // buffer empty. An error that read() or readString(char*) kept for the
-  // next call is raised first. A failed read of the file (an I/O error) ends
-  // the data as the end of the file would; see failed() and checkRead().
+  // buffer empty. A failed read of the file (an I/O error) ends the data as
+  // the end of the file would; see failed() and checkRead().
   void fillBuf();
 
   // Copies the next n bytes into buf and returns how many were copied: n,
   // fewer only at the end of the data, 0 when n <= 0. A null buf with n > 0
-  // raises "Buffer is null!". An error met after some bytes of the call were
-  // copied (damaged or cut compressed data, trailing garbage) loses none of
-  // them: the call returns what it copied, and the next reading call raises
-  // the error.
+  // raises "Buffer is null!". Trailing garbage after gzip members (see
+  // readAllMembers()) met after some bytes of the call were copied loses
+  // none of them: the call returns what it copied, and the next reading call
+  // raises. Every other error raises at once.
   long read(char* buf, int n);
   // Copies bytes into buf up to a zero byte (consumed, not copied), n bytes or
   // the end of the data, and returns the count. No terminator is written.
-  // A null buf with n > 0 raises "Buffer is null!". Errors after copied bytes
-  // wait for the next call, as in read().
+  // A null buf with n > 0 raises "Buffer is null!". Trailing garbage after
+  // copied bytes raises at the next call, as in read().
   long readString(char* buf, int n);
 
   // The next line (line feed removed, carriage returns dropped, each tab as

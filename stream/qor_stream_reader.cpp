@@ -43,16 +43,14 @@ enum class Phase : unsigned char {
 };
 
 struct ReaderSide {
-  ~ReaderSide() { delete pending; }
   Mode mode = Mode::kPlain;
   Phase phase = Phase::kStart;
-  bool fast = false;                // useFastDecoder(true): the decoder for the next stream
-  bool allMembers = false;          // readAllMembers(true)
-  int readErrno = 0;                // errno of the first failed read of the file; 0: none
-  long long offset = 0;             // file offset of the next byte the reader takes (peeked bytes are not taken)
-  long long streamStart = 0;        // file offset where the running stream began
-  unsigned long long fastOut = 0;   // bytes of the running stream delivered by the fast decoder
-  qorException* pending = nullptr;  // an error met after a call had copied bytes: raised by the next fill
+  bool fast = false;               // useFastDecoder(true): the decoder for the next stream
+  bool allMembers = false;         // readAllMembers(true)
+  int readErrno = 0;               // errno of the first failed read of the file; 0: none
+  long long offset = 0;            // file offset of the next byte the reader takes (peeked bytes are not taken)
+  long long streamStart = 0;       // file offset where the running stream began
+  unsigned long long fastOut = 0;  // bytes of the running stream delivered by the fast decoder
   std::unique_ptr<Inflater> fastInflater;
   std::unique_ptr<char[]> peeked;  // kPeekMax bytes once peek() is used; [peekPos, peekEnd) not yet taken
   int peekPos = 0;
@@ -295,8 +293,10 @@ void switchDecoder(qorStreamReader& r, bool on, int windowBits) {
 // The cursor
 
 // Fills the buffer until it holds unread bytes; false at the end of the data.
-// With `copied` bytes of the call in the caller's array already, an error
-// waits for the next fill instead, so that the call delivers them.
+// A call that has `copied` bytes of gzip members in the caller's array when
+// it meets trailing garbage ends with them: the garbage raises at every
+// fill, so the next call raises. Every other error raises at once, so that a
+// short count still means the end of the data.
 bool refill(qorStreamReader& r, long copied) {
   try {
     do {
@@ -305,8 +305,8 @@ bool refill(qorStreamReader& r, long copied) {
     } while (r.m_BufLeft <= 0);
     return true;
   } catch (qorException* e) {
-    if (copied == 0) throw;
-    sideOf(r).pending = e;
+    if (copied == 0 || sideOf(r).phase != Phase::kGarbage) throw;
+    delete e;
     return false;
   }
 }
@@ -572,9 +572,6 @@ int qorStreamReader::rewind() {
     const std::string prefix = std::string("qorStreamReader: cannot rewind ") + m_FileName + ": ";
     qorThrowComposed(prefix.c_str(), strerror(err), kStreamUnit, __LINE__);
   }
-  ReaderSide& side = sideOf(*this);
-  delete side.pending;
-  side.pending = nullptr;
   m_BufLeft = 0;
   if (m_ZBuf != nullptr) {
     m_ZStream->next_in = Z_NULL;
@@ -586,11 +583,6 @@ int qorStreamReader::rewind() {
 
 void qorStreamReader::fillBuf() {
   ReaderSide& side = sideOf(*this);
-  if (side.pending != nullptr) {
-    qorException* e = side.pending;
-    side.pending = nullptr;
-    qorThrow(e);
-  }
   m_BufSize = kReaderBufSize;
   if (side.mode == Mode::kPlain) {
     const int got = static_cast<int>(readFile(*this, m_Buf, kReaderBufSize));
