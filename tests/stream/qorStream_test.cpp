@@ -89,7 +89,7 @@ TEST(qorStreamReader, MixedReadsMatchModel) {
       const bool expand = rng() % 2 == 0;
       const int n = static_cast<int>(rng() % (rng() % 4 == 0 ? 90000 : 300));
       q = "old";
-      switch (longOnes ? 2 + rng() % 2 : rng() % 10) {
+      switch (longOnes ? 2 : rng() % 10) {
         case 0:
         case 1:  // read(), readString(char*)
           m.item(expect, expand ? -1 : '\0', false, false, static_cast<size_t>(n));
@@ -144,6 +144,11 @@ TEST(qorStreamReader, MixedReadsMatchModel) {
 namespace {
 
 const std::string kText = readFile(sample("text.txt"));
+#if defined(QOR_HAVE_ISAL)
+const bool kFastBuiltIn = true;
+#else
+const bool kFastBuiltIn = false;
+#endif
 
 // A gzip member with FEXTRA, FNAME and FCOMMENT fields (name of n bytes).
 std::string withHeaderFields(const std::string& text, size_t n) {
@@ -267,8 +272,10 @@ const Row kRows[] = {
          qorStreamReader r(path.c_str());
          switchOn(r, kGzip, fast);
          r.readAllMembers(true);
-         const long n = call ? r.readString(&got[0], 200000) : r.read(&got[0], 200000);
-         out += std::to_string(got.substr(0, static_cast<size_t>(n)) == a + "b\n");
+         // readString(char*) in two calls, the first across refills and ended by its count
+         const long n = call ? r.readString(&got[0], 100000) : r.read(&got[0], 200000);
+         const long m = call && n == 100000 ? r.readString(&got[100000], 100000) : 0;
+         out += std::to_string(got.substr(0, static_cast<size_t>(n + m)) == a + "b\n");
          for (int i = 0; i < 2; ++i) out += raisedText([&] { r.read(&got[0], 1); }).substr(0, 54) + "|";
        }
        return out;
@@ -288,6 +295,7 @@ const Row kRows[] = {
        wrong += r.read(&got[0], 10) != 10 || r.peek(b, 4) != 4 || memcmp(b, &bytes[r.m_FileBytes], 4) != 0;
        wrong += r.read(&got[10], 100) != 100 || got.compare(0, 110, text, 0, 110) != 0;
        wrong += r.rewind() != 0 || r.read(&got[0], static_cast<int>(got.size())) != 200000 || got != text;
+       wrong += r.m_ZStream->total_out != (fast && kFastBuiltIn ? 0 : 200000);  // the fast decoder leaves zlib idle
        return std::to_string(wrong) + raisedText([&] { r.peek(b, 16385); }).substr(0, 52) +
               raisedText([&] { r.peek(nullptr, 1); }).substr(0, 16) + std::to_string(r.peek(nullptr, 0));
      },
@@ -363,8 +371,13 @@ TEST(qorStreamReader, DamagedInputSameInBothDecoders) {
       bytes[rng() % bytes.size()] ^= static_cast<char>(1 + rng() % 255);
     if (seed % 5 == 0) bytes.resize(rng() % bytes.size());
     const std::string path = writeFile(dir.file("bad"), bytes);
-    const std::string zlib = readAll(path, format, false, seed % 3 == 0);
-    EXPECT_TRUE(readAll(path, format, true, seed % 3 == 0) == zlib) << "seed " << seed << ": " << zlib.substr(0, 100);
+    // What each decoder delivered, before it raised too, begins zlib's own decoding of the bytes.
+    std::string zlibData, fastData, oracle = zlibCodec(bytes, format, true);
+    const std::string zlib = readAll(path, format, false, seed % 3 == 0, nullptr, &zlibData);
+    EXPECT_TRUE(readAll(path, format, true, seed % 3 == 0, nullptr, &fastData) == zlib &&
+                oracle.compare(0, zlibData.size(), zlibData) == 0 && oracle.compare(0, fastData.size(), fastData) == 0)
+        << "seed " << seed << ": " << zlib.substr(0, 100) << " " << zlibData.size() << " " << fastData.size() << " "
+        << oracle.size();
   }
 }
 
