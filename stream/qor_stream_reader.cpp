@@ -275,13 +275,7 @@ void fillDecoded(qorStreamReader& r, ReaderSide& side) {
 
 // Ends the decoder and its record; the reader reads plain bytes again.
 void endDecoder(qorStreamReader& r) {
-  if (r.m_ZBuf != nullptr) {
-    qor_internal::endZlib(r.m_ZStream, false);
-    delete[] r.m_ZBuf;
-    r.m_ZBuf = nullptr;
-    r.m_ZStream = nullptr;
-  }
-  r.m_Compressed = false;
+  qor_internal::endCodec(r, false);
   sideOf(r).mode = Mode::kPlain;
 }
 
@@ -509,11 +503,12 @@ __attribute__((noinline)) bool spillLine(qorStreamReader& r, std::string_view& l
 // return is shown where it is, one scan and no copy; every other line is
 // spilled. The fast path runs once a line, so it is built twice, to scan
 // without a call: for every processor, and for those with AVX2.
-__attribute__((noinline)) bool viewLine(qorStreamReader& r, std::string_view& line) {
+template <const char* (*Find)(const char*, const char*)>
+__attribute__((always_inline)) inline bool viewLineWith(qorStreamReader& r, std::string_view& line) {
   Cursor c(r);
   if (c.buffered()) {
     const char* p = c.pos();
-    const char* q = qor_internal::findSpecialSse2<'\n', true, false>(p, c.end());
+    const char* q = Find(p, c.end());
     if (q != c.end() && *q == '\n') {
       line = std::string_view(p, static_cast<size_t>(q - p));
       c.take(q + 1);
@@ -523,19 +518,13 @@ __attribute__((noinline)) bool viewLine(qorStreamReader& r, std::string_view& li
   return spillLine(r, line);
 }
 
+__attribute__((noinline)) bool viewLine(qorStreamReader& r, std::string_view& line) {
+  return viewLineWith<qor_internal::findSpecialSse2<'\n', true, false>>(r, line);
+}
+
 #if defined(QOR_LINESCAN_AVX2)
 __attribute__((target("avx2"))) bool viewLineAvx2(qorStreamReader& r, std::string_view& line) {
-  Cursor c(r);
-  if (c.buffered()) {
-    const char* p = c.pos();
-    const char* q = qor_internal::findSpecialAvx2<'\n', true, false>(p, c.end());
-    if (q != c.end() && *q == '\n') {
-      line = std::string_view(p, static_cast<size_t>(q - p));
-      c.take(q + 1);
-      return true;
-    }
-  }
-  return spillLine(r, line);
+  return viewLineWith<qor_internal::findSpecialAvx2<'\n', true, false>>(r, line);
 }
 #endif
 

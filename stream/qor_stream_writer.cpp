@@ -73,15 +73,7 @@ void writeOut(qorStreamWriter& w, int flush) {
   w.m_BufUsed = 0;
 }
 
-void endEncoder(qorStreamWriter& w) {
-  if (w.m_ZBuf != nullptr) {
-    qor_internal::endZlib(w.m_ZStream, true);
-    delete[] w.m_ZBuf;
-    w.m_ZBuf = nullptr;
-    w.m_ZStream = nullptr;
-  }
-  w.m_Compressed = false;
-}
+void endEncoder(qorStreamWriter& w) { qor_internal::endCodec(w, true); }
 
 // Ends the running compressed stream (the buffered bytes first) and the
 // encoder.

@@ -29,6 +29,19 @@ z_stream* startZlib(bool encode, int windowBits);
 // Ends the codec of a record made by startZlib and releases the record.
 void endZlib(z_stream* zs, bool encode);
 
+// Ends the codec of a stream (reader or writer) and releases its record and
+// buffer; the stream is plain again.
+template <typename Stream>
+void endCodec(Stream& s, bool encode) {
+  if (s.m_ZBuf != nullptr) {
+    endZlib(s.m_ZStream, encode);
+    delete[] s.m_ZBuf;
+    s.m_ZBuf = nullptr;
+    s.m_ZStream = nullptr;
+  }
+  s.m_Compressed = false;
+}
+
 // Switches the codec of a stream (reader or writer): off ends the running one
 // with stop(s); on in the running format keeps it; on in the other format
 // ends the running one, then starts a fresh record with its input or output
