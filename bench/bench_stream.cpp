@@ -2,19 +2,26 @@
 //
 // At start the program writes a text file of about 100 MB to /tmp (lines of
 // 0 to 200 bytes, some tabs, some CRLF line ends) and a gzip copy of it made
-// by zlib at the default level; both are removed at the end. Every benchmark
-// handles the whole file per iteration, and throughput is counted in
-// uncompressed bytes. The peers run in the same program:
+// by zlib at the default level, and a plain file of about 200 MB with line
+// feeds only (the first text twice, without its carriage returns); all are
+// removed at the end. Every benchmark handles a whole file per iteration, and
+// throughput is counted in uncompressed bytes. BM_qorStreamReader/<Case> runs
+// one reading call in a loop over the plain text, the gzip copy (zlib) or the
+// gzip copy with useFastDecoder(true). The peers run in the same program:
 //   BM_Zlib_Inflate        bare inflate, 16 KiB in, 64 KiB out, memchr line count: the
 //                          limit of a zlib reader
 //   BM_Isal_Inflate        bare ISA-L isal_inflate, same buffers and count: the limit of
 //                          the reader with useFastDecoder(true)
 //   BM_Zlib_Gzgets/0       zlib's own line reader, default buffers (/65536: 64 KiB buffers)
-//   BM_Libc_FreadMemchr    fread in 64 KiB blocks, memchr for the line ends
+//   BM_Libc_FreadMemchr    fread in 64 KiB blocks, memchr for the line ends (/Big: on the
+//                          200 MB file, counting lines and their bytes as readLineView's
+//                          loop does)
 //   BM_LineScan_*          the readers' line scanner against memchr over the text in memory
 //   BM_Zlib_Deflate        bare deflate at the default level, 16 KiB in, 64 KiB out, fwrite
 // At the end the ratios of our throughput to the peers' are printed, from the
 // median repetition of each (medians hold up better on a busy machine).
+// bench/stream_before_after.sh runs this program against an older build of
+// the library as well, by turns, to compare the two.
 #include <benchmark/benchmark.h>
 #if defined(QOR_HAVE_ISAL)
 #include <isa-l/igzip_lib.h>
@@ -29,8 +36,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "internal/qor_linescan.h"
@@ -38,6 +47,8 @@
 namespace {
 
 std::string g_TextPath;
+std::string g_BigPath;  // the text twice, line feeds only
+size_t g_BigSize, g_BigLines, g_BigLineBytes;
 std::string g_GzipPath;
 std::string g_OutPath;
 std::string g_Text;  // the whole text, for the writers
@@ -163,19 +174,6 @@ void BM_Isal_Inflate(benchmark::State& state) {
 }
 #endif
 
-void BM_qorStreamReader_FastGzipReadLineString(benchmark::State& state) {
-  for (auto _ : state) {
-    qorStreamReader r(g_GzipPath.c_str());
-    r.useFastDecoder(true);
-    r.gunzip(true);
-    std::string s;
-    size_t bytes = 0;
-    while (r.readLine(s, false)) bytes += s.size();
-    benchmark::DoNotOptimize(bytes);
-  }
-  setBytes(state);
-}
-
 // The line scanner over the text in memory, 64 KiB at a time, stopping at
 // every line feed and CR as readLine does, against memchr stopping at line
 // feeds only.
@@ -217,70 +215,101 @@ void BM_Zlib_Gzgets(benchmark::State& state) {
   setBytes(state);
 }
 
-void BM_qorStreamReader_GzipReadLineString(benchmark::State& state) {
-  for (auto _ : state) {
-    qorStreamReader r(g_GzipPath.c_str());
-    r.gunzip(true);
-    std::string s;
-    size_t bytes = 0;
-    while (r.readLine(s, false)) bytes += s.size();
-    benchmark::DoNotOptimize(bytes);
-  }
-  setBytes(state);
-}
-
+// range(0): 0 on the 100 MB text, counting lines; 1 on the 200 MB file,
+// counting lines and their bytes as BM_qorStreamReader/PlainReadLineViewBig.
 void BM_Libc_FreadMemchr(benchmark::State& state) {
   std::vector<char> buf(65536);
+  const bool big = state.range(0) != 0;
+  size_t total = 0, lines = 0, bytes = 0;
   for (auto _ : state) {
-    FILE* f = fopen(g_TextPath.c_str(), "rb");
-    size_t lines = 0, got;
+    FILE* f = fopen((big ? g_BigPath : g_TextPath).c_str(), "rb");
+    size_t got, partial = 0;
+    lines = bytes = total = 0;
     while ((got = fread(buf.data(), 1, buf.size(), f)) > 0) {
       const char* p = buf.data();
       const char* end = p + got;
+      total += got;
       while (const char* q = static_cast<const char*>(memchr(p, '\n', static_cast<size_t>(end - p)))) {
         ++lines;
+        bytes += partial + static_cast<size_t>(q - p);
+        partial = 0;
         p = q + 1;
       }
+      partial += static_cast<size_t>(end - p);
     }
     fclose(f);
     benchmark::DoNotOptimize(lines);
-  }
-  setBytes(state);
-}
-
-void BM_qorStreamReader_PlainReadLineString(benchmark::State& state) {
-  for (auto _ : state) {
-    qorStreamReader r(g_TextPath.c_str());
-    std::string s;
-    size_t bytes = 0;
-    while (r.readLine(s, false)) bytes += s.size();
     benchmark::DoNotOptimize(bytes);
   }
-  setBytes(state);
+  if (big && (lines != g_BigLines || bytes != g_BigLineBytes)) state.SkipWithError("counted other lines or bytes");
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(total));
 }
 
-void BM_qorStreamReader_PlainReadLineStatic(benchmark::State& state) {
+// Our readers: a reader per iteration on the input, one reading call in a
+// loop until the data ends. Each loop returns a count that depends on every
+// byte delivered.
+enum Input { kPlainText, kBigText, kGzip, kFastGzip };
+
+template <typename Loop>
+void BM_qorStreamReader(benchmark::State& state, Input input, Loop loop) {
+  const std::string& path = input == kPlainText ? g_TextPath : input == kBigText ? g_BigPath : g_GzipPath;
+  size_t count = 0;
   for (auto _ : state) {
-    qorStreamReader r(g_TextPath.c_str());
-    size_t lines = 0;
-    while (const char* line = r.readLine(false)) {
-      benchmark::DoNotOptimize(line);
-      ++lines;
-    }
-    benchmark::DoNotOptimize(lines);
+    qorStreamReader r(path.c_str());
+    if (input >= kGzip) r.useFastDecoder(input == kFastGzip), r.gunzip(true);
+    count = loop(r);
+    benchmark::DoNotOptimize(count);
   }
-  setBytes(state);
+  if (input == kBigText && count != (g_BigLines ^ (g_BigLineBytes << 24)))
+    state.SkipWithError("counted other lines or bytes than BM_Libc_FreadMemchr/1");
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) *
+                          static_cast<int64_t>(input == kBigText ? g_BigSize : g_Text.size()));
 }
 
-void BM_qorStreamReader_PlainReadLineQString(benchmark::State& state) {
-  for (auto _ : state) {
-    qorStreamReader r(g_TextPath.c_str());
-    QString s;
-    size_t units = 0;
-    while (r.readLine(s, true)) units += static_cast<size_t>(s.size());
-    benchmark::DoNotOptimize(units);
+size_t readLineStatic(qorStreamReader& r) {
+  size_t lines = 0;
+  while (const char* line = r.readLine(false)) benchmark::DoNotOptimize(line), ++lines;
+  return lines;
+}
+
+size_t readLineString(qorStreamReader& r) {
+  std::string s;
+  size_t bytes = 0;
+  while (r.readLine(s, false)) bytes += s.size();
+  return bytes;
+}
+
+size_t readLineQString(qorStreamReader& r) {
+  QString s;
+  size_t units = 0;
+  while (r.readLine(s, true)) units += static_cast<size_t>(s.size());
+  return units;
+}
+
+// The lines and their bytes, as BM_Libc_FreadMemchr/1 counts them, in one
+// number.
+size_t readLineView(qorStreamReader& r) {
+  std::string_view line;
+  size_t lines = 0, bytes = 0;
+  for (bool more = true; more;) {
+    more = r.readLineView(line);
+    lines += more;
+    bytes += line.size();
   }
-  setBytes(state);
+  return lines ^ (bytes << 24);
+}
+
+size_t readBlocks(qorStreamReader& r) {
+  static char block[4096];
+  size_t sum = 0;
+  for (long got; (got = r.read(block, sizeof block)) > 0;) sum += static_cast<size_t>(got) + block[got - 1];
+  return sum;
+}
+
+size_t readFloats(qorStreamReader& r) {
+  double value, sum = 0;
+  while (r.readFloat(value)) sum += value;
+  return static_cast<size_t>(sum != sum);
 }
 
 // ---------------------------------------------------------------------------
@@ -364,39 +393,65 @@ class RatioReporter : public benchmark::ConsoleReporter {
   std::map<std::string, std::vector<double>> m_Times;
 };
 
-}  // namespace
+void gzipRuns(benchmark::internal::Benchmark* b) { b->Unit(benchmark::kMillisecond)->Repetitions(5)->Iterations(2); }
+void plainRuns(benchmark::internal::Benchmark* b) { b->Unit(benchmark::kMillisecond)->Repetitions(5)->Iterations(4); }
 
-BENCHMARK(BM_Zlib_Inflate)->Unit(benchmark::kMillisecond)->Repetitions(5)->Iterations(2);
-BENCHMARK(BM_qorStreamReader_GzipReadLineString)->Unit(benchmark::kMillisecond)->Repetitions(5)->Iterations(2);
+BENCHMARK(BM_Zlib_Inflate)->Apply(gzipRuns);
+BENCHMARK_CAPTURE(BM_qorStreamReader, GzipReadLineString, kGzip, readLineString)->Apply(gzipRuns);
+BENCHMARK_CAPTURE(BM_qorStreamReader, GzipReadLineStatic, kGzip, readLineStatic)->Apply(gzipRuns);
+BENCHMARK_CAPTURE(BM_qorStreamReader, GzipReadLineQString, kGzip, readLineQString)->Apply(gzipRuns);
+BENCHMARK_CAPTURE(BM_qorStreamReader, GzipReadLineView, kGzip, readLineView)->Apply(gzipRuns);
+BENCHMARK_CAPTURE(BM_qorStreamReader, GzipRead, kGzip, readBlocks)->Apply(gzipRuns);
+BENCHMARK_CAPTURE(BM_qorStreamReader, GzipReadFloat, kGzip, readFloats)->Apply(gzipRuns);
 #if defined(QOR_HAVE_ISAL)
-BENCHMARK(BM_Isal_Inflate)->Unit(benchmark::kMillisecond)->Repetitions(5)->Iterations(2);
+BENCHMARK(BM_Isal_Inflate)->Apply(gzipRuns);
 #endif
-BENCHMARK(BM_qorStreamReader_FastGzipReadLineString)->Unit(benchmark::kMillisecond)->Repetitions(5)->Iterations(2);
-BENCHMARK(BM_LineScan_FindSpecial)->Unit(benchmark::kMillisecond)->Repetitions(5)->Iterations(4);
-BENCHMARK(BM_LineScan_Memchr)->Unit(benchmark::kMillisecond)->Repetitions(5)->Iterations(4);
-BENCHMARK(BM_Zlib_Gzgets)->Arg(0)->Arg(65536)->Unit(benchmark::kMillisecond)->Repetitions(5)->Iterations(2);
-BENCHMARK(BM_Libc_FreadMemchr)->Unit(benchmark::kMillisecond)->Repetitions(3)->Iterations(4);
-BENCHMARK(BM_qorStreamReader_PlainReadLineString)->Unit(benchmark::kMillisecond)->Repetitions(3)->Iterations(4);
-BENCHMARK(BM_qorStreamReader_PlainReadLineStatic)->Unit(benchmark::kMillisecond)->Repetitions(3)->Iterations(4);
-BENCHMARK(BM_qorStreamReader_PlainReadLineQString)->Unit(benchmark::kMillisecond)->Repetitions(3)->Iterations(2);
-BENCHMARK(BM_Zlib_Deflate)->Unit(benchmark::kMillisecond)->Repetitions(3)->Iterations(1);
-BENCHMARK(BM_qorStreamWriter_GzipWriteLines)->Unit(benchmark::kMillisecond)->Repetitions(3)->Iterations(1);
+BENCHMARK_CAPTURE(BM_qorStreamReader, FastGzipReadLineString, kFastGzip, readLineString)->Apply(gzipRuns);
+BENCHMARK_CAPTURE(BM_qorStreamReader, FastGzipReadLineView, kFastGzip, readLineView)->Apply(gzipRuns);
+BENCHMARK(BM_LineScan_FindSpecial)->Apply(plainRuns);
+BENCHMARK(BM_LineScan_Memchr)->Apply(plainRuns);
+BENCHMARK(BM_Zlib_Gzgets)->Arg(0)->Arg(65536)->Apply(gzipRuns);
+BENCHMARK(BM_Libc_FreadMemchr)->Arg(0)->Apply(plainRuns);
+BENCHMARK_CAPTURE(BM_qorStreamReader, PlainReadLineString, kPlainText, readLineString)->Apply(plainRuns);
+BENCHMARK_CAPTURE(BM_qorStreamReader, PlainReadLineStatic, kPlainText, readLineStatic)->Apply(plainRuns);
+BENCHMARK_CAPTURE(BM_qorStreamReader, PlainReadLineQString, kPlainText, readLineQString)->Apply(plainRuns);
+BENCHMARK_CAPTURE(BM_qorStreamReader, PlainReadLineView, kPlainText, readLineView)->Apply(plainRuns);
+BENCHMARK_CAPTURE(BM_qorStreamReader, PlainRead, kPlainText, readBlocks)->Apply(plainRuns);
+BENCHMARK_CAPTURE(BM_qorStreamReader, PlainReadFloat, kPlainText, readFloats)->Apply(plainRuns);
+BENCHMARK(BM_Libc_FreadMemchr)->Arg(1)->Apply(plainRuns);
+BENCHMARK_CAPTURE(BM_qorStreamReader, PlainReadLineViewBig, kBigText, readLineView)->Apply(plainRuns);
+BENCHMARK(BM_Zlib_Deflate)->Unit(benchmark::kMillisecond)->Repetitions(5)->Iterations(1);
+BENCHMARK(BM_qorStreamWriter_GzipWriteLines)->Unit(benchmark::kMillisecond)->Repetitions(5)->Iterations(1);
+
+bool writeAll(const std::string& path, const std::string& bytes, int times) {
+  FILE* f = fopen(path.c_str(), "wb");
+  bool ok = f != nullptr;
+  for (int i = 0; ok && i < times; ++i) ok = fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size();
+  if (f != nullptr) ok = fclose(f) == 0 && ok;
+  if (!ok) fprintf(stderr, "cannot write %s\n", path.c_str());
+  return ok;
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   const std::string stem = "/tmp/qor_bench_stream_" + std::to_string(getpid());
   g_TextPath = stem + ".txt";
+  g_BigPath = stem + ".big.txt";
   g_GzipPath = stem + ".txt.gz";
   g_OutPath = stem + ".out.gz";
   g_Text = makeText(100u << 20);
-  FILE* f = fopen(g_TextPath.c_str(), "wb");
-  if (f == nullptr || fwrite(g_Text.data(), 1, g_Text.size(), f) != g_Text.size()) {
-    fprintf(stderr, "cannot write %s\n", g_TextPath.c_str());
-    return 1;
-  }
-  fclose(f);
+  std::string lf;  // the text without its carriage returns
+  std::remove_copy(g_Text.begin(), g_Text.end(), std::back_inserter(lf), '\r');
+  g_BigSize = 2 * lf.size();
+  g_BigLines = 2 * static_cast<size_t>(std::count(lf.begin(), lf.end(), '\n'));
+  g_BigLineBytes = g_BigSize - g_BigLines;
+  if (!writeAll(g_TextPath, g_Text, 1) || !writeAll(g_BigPath, lf, 2)) return 1;
+  lf = std::string();
   writeGzip(g_Text, g_GzipPath);
-  printf("data: %zu bytes of text in %s, gzip copy in %s\n", g_Text.size(), g_TextPath.c_str(), g_GzipPath.c_str());
+  printf("data: %zu bytes of text in %s, gzip copy in %s, %zu bytes in %s\n", g_Text.size(), g_TextPath.c_str(),
+         g_GzipPath.c_str(), g_BigSize, g_BigPath.c_str());
 
   RatioReporter reporter;
   try {
@@ -406,18 +461,25 @@ int main(int argc, char** argv) {
     delete e;
   }
   printf("\nThroughput ratios (uncompressed bytes, median repetition, CPU time):\n");
-  reporter.printRatio("BM_qorStreamReader_GzipReadLineString", "BM_Zlib_Inflate", 0.9);
-  reporter.printRatio("BM_qorStreamReader_GzipReadLineString", "BM_Zlib_Gzgets/0", 1.0);
-  reporter.printRatio("BM_qorStreamReader_GzipReadLineString", "BM_Zlib_Gzgets/65536", 0.0);
-  reporter.printRatio("BM_qorStreamReader_FastGzipReadLineString", "BM_Zlib_Gzgets/0", 2.0);
-  reporter.printRatio("BM_qorStreamReader_FastGzipReadLineString", "BM_Isal_Inflate", 0.9);
-  reporter.printRatio("BM_qorStreamReader_FastGzipReadLineString", "BM_Zlib_Inflate", 0.0);
-  reporter.printRatio("BM_LineScan_FindSpecial", "BM_LineScan_Memchr", 0.0);
-  reporter.printRatio("BM_qorStreamReader_PlainReadLineString", "BM_Libc_FreadMemchr", 0.5);
-  reporter.printRatio("BM_qorStreamReader_PlainReadLineStatic", "BM_Libc_FreadMemchr", 0.5);
-  reporter.printRatio("BM_qorStreamReader_PlainReadLineQString", "BM_Libc_FreadMemchr", 0.0);
-  reporter.printRatio("BM_qorStreamWriter_GzipWriteLines", "BM_Zlib_Deflate", 0.95);
+  const std::string ours = "BM_qorStreamReader/";
+  auto ratio = [&](const char* our, const char* peer, double target) {
+    reporter.printRatio((our[0] == 'B' ? std::string(our) : ours + our).c_str(), peer, target);
+  };
+  ratio("GzipReadLineString", "BM_Zlib_Inflate", 0.9);
+  ratio("GzipReadLineString", "BM_Zlib_Gzgets/0", 1.0);
+  ratio("GzipReadLineString", "BM_Zlib_Gzgets/65536", 0.0);
+  ratio("FastGzipReadLineString", "BM_Zlib_Gzgets/0", 2.0);
+  ratio("FastGzipReadLineString", "BM_Isal_Inflate", 0.9);
+  ratio("FastGzipReadLineString", "BM_Zlib_Inflate", 0.0);
+  ratio("BM_LineScan_FindSpecial", "BM_LineScan_Memchr", 0.0);
+  ratio("PlainReadLineString", "BM_Libc_FreadMemchr/0", 0.5);
+  ratio("PlainReadLineStatic", "BM_Libc_FreadMemchr/0", 0.5);
+  ratio("PlainReadLineQString", "BM_Libc_FreadMemchr/0", 0.0);
+  ratio("PlainReadLineView", "BM_Libc_FreadMemchr/0", 0.0);
+  ratio("PlainReadLineViewBig", "BM_Libc_FreadMemchr/1", 0.85);
+  ratio("BM_qorStreamWriter_GzipWriteLines", "BM_Zlib_Deflate", 0.95);
   unlink(g_TextPath.c_str());
+  unlink(g_BigPath.c_str());
   unlink(g_GzipPath.c_str());
   unlink(g_OutPath.c_str());
   benchmark::Shutdown();

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <fstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace {
@@ -42,6 +43,12 @@ const Op kOps[] = {
     [](qorStreamReader& r, unsigned, bool) { return check(r.size() >= 0), true; },
     [](qorStreamReader& r, unsigned, bool) { return gRewound || (gRewound = true, r.rewind() == 0); },
     [](qorStreamReader& r, unsigned, bool) { return r.read(gBuf.data(), 1) == 1; },
+    [](qorStreamReader& r, unsigned, bool) {
+      std::string_view line;
+      const bool more = r.readLineView(line);
+      return check(line.find_first_of("\r\n") == std::string_view::npos), more;
+    },
+    [](qorStreamReader& r, unsigned s, bool) { return check(r.peek(gBuf.data(), (s >> 4) % 16385) >= 0), true; },
 };
 
 void switchOn(qorStreamReader& r, int f) { f == 1 ? r.gunzip(true) : f == 2 ? r.inflate(true) : void(); }
@@ -49,6 +56,7 @@ void switchOn(qorStreamReader& r, int f) { f == 1 ? r.gunzip(true) : f == 2 ? r.
 // Every reading operation, in an order drawn from the seed, until the end.
 void readEverything(const std::string& path, int format, unsigned seed) {
   qorStreamReader r(path.c_str());
+  r.useFastDecoder(seed & 2), r.readAllMembers(seed & 4);
   switchOn(r, format);
   gRewound = false;
   for (int step = 0; step < 100000; ++step) {
@@ -63,6 +71,7 @@ void readEverything(const std::string& path, int format, unsigned seed) {
 // The reader must give back exactly the content.
 void checkReadsBack(const std::string& path, int format, const std::string& content) {
   qorStreamReader r(path.c_str());
+  r.peek(&gBuf[0], 64);  // peeked bytes are decoded as the start of the data all the same
   switchOn(r, format);
   std::string back(content.size() + 1, '\0');
   check(r.read(&back[0], static_cast<int>(back.size())) == static_cast<long>(content.size()));

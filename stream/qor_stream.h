@@ -21,6 +21,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <string>
+#include <string_view>
 
 #include "qor_export.h"
 
@@ -46,34 +47,43 @@ class QOR_API qorStreamReader {
   long size();
 
   // true: from the next fill on, decode the file as one gzip member (bytes
-  // after the member are delivered only with readAllMembers(true)); false: read plain bytes again. Call it right after
-  // construction: bytes already buffered are delivered as they are. Switching on while decoding in the same format
-  // keeps the running decoder; in the other format the old decoder is ended and a new one starts at the current file
+  // after the member are delivered only with readAllMembers(true)); false:
+  // read plain bytes again. Call it right after construction (after peek(),
+  // if used): bytes already buffered are delivered as they are. Switching on
+  // while decoding in the same format keeps the running decoder; in the other
+  // format the old decoder is ended and a new one starts at the current file
   // position. Raises "Error initialising zlib" when zlib cannot start.
   void gunzip(bool on);
   // The same as gunzip(), for a raw deflate stream.
   void inflate(bool on);
 
-  // Moves back to the start of the file and discards the buffered bytes.
-  // A running decoder restarts too, so the next read delivers the data from
-  // its start in every format. Always returns 0.
+  // Moves back to the start of the file and discards the buffered bytes and
+  // any peeked ones. A running decoder restarts too, so the next read
+  // delivers the data from its start in every format. Returns 0. Input that
+  // cannot seek (a pipe, a FIFO, a terminal) cannot start again: rewind()
+  // then raises "qorStreamReader: cannot rewind <name>: <reason>\n" and
+  // leaves the reader as it was.
   int rewind();
 
   // Refills the buffer; the readers call it when the buffer is used up.
   // m_BufSize becomes 0 when the data has ended. While decoding, a corrupt
   // stream raises zlib's message, and a file that ends inside the stream
-  // raises "Unexpected end of compressed data in <name>\n". A failed read of
-  // the file (an I/O error) ends the data as the end of the file would; see
-  // failed() and checkRead().
+  // raises "Unexpected end of compressed data in <name>\n", leaving the
+  // buffer empty. A failed read of the file (an I/O error) ends the data as
+  // the end of the file would; see failed() and checkRead().
   void fillBuf();
 
   // Copies the next n bytes into buf and returns how many were copied: n,
   // fewer only at the end of the data, 0 when n <= 0. A null buf with n > 0
-  // raises "Buffer is null!".
+  // raises "Buffer is null!". Trailing garbage after gzip members (see
+  // readAllMembers()) met after some bytes of the call were copied loses
+  // none of them: the call returns what it copied, and the next reading call
+  // raises. Every other error raises at once.
   long read(char* buf, int n);
   // Copies bytes into buf up to a zero byte (consumed, not copied), n bytes or
   // the end of the data, and returns the count. No terminator is written.
-  // A null buf with n > 0 raises "Buffer is null!".
+  // A null buf with n > 0 raises "Buffer is null!". Trailing garbage after
+  // copied bytes raises at the next call, as in read().
   long readString(char* buf, int n);
 
   // The next line (line feed removed, carriage returns dropped, each tab as
@@ -109,6 +119,36 @@ class QOR_API qorStreamReader {
   // ends before all 16 bytes.
   bool readComplex(double& re, double& im);
 
+  // The next line as a view into the reader's own storage, valid until the
+  // next call on this reader (or its destruction). The line rules are those
+  // of readLine(s, false): a line feed ends the line and is not delivered,
+  // every carriage return is dropped, tabs and other bytes are unchanged.
+  // Returns false at the end of the data, with line holding the unterminated
+  // rest (empty when the data ended with a line feed). A line that lies whole
+  // in the buffer and holds no carriage return is not copied; one that spans
+  // a refill or holds a carriage return is put together in a spill buffer of
+  // the reader, which grows as needed and is released with the reader.
+  // Errors are those of the other readers, in every format.
+  bool readLineView(std::string_view& line);
+
+  // Copies up to n of the next raw bytes of the file (undecoded: a gzip file
+  // gives its header) into buf without consuming them, and returns how many:
+  // n, or fewer when the file ends first. On a pipe it waits only for those
+  // n bytes or the end, never for a whole buffer. Meant for right after
+  // construction, to choose a format from the first bytes of input that
+  // cannot be read twice (a pipe, /dev/stdin): whatever is switched on
+  // afterwards (plain, gunzip(true), inflate(true), with either decoder and
+  // with or without readAllMembers) takes the peeked bytes as the first
+  // bytes of its input, so nothing is lost. Called again, it gives the same
+  // bytes, more of them when n is larger. Called after reads have begun, it
+  // gives the bytes after those the reader has already taken from the file
+  // into its buffers, which are not the next bytes a read delivers; the data
+  // the reads deliver stays the same. rewind() drops the peeked bytes.
+  // n <= 0 returns 0; a null buf with n > 0 raises "Buffer is null!"; n above
+  // 16384 raises "qorStreamReader::peek: more than 16384 bytes asked". A
+  // failed read of the file counts for failed() as in the other readers.
+  long peek(char* buf, int n);
+
   // --- Beside the calls above: errors that must not pass in silence. ---
 
   // True once a read of the file failed (an I/O error such as EIO): the data
@@ -122,27 +162,37 @@ class QOR_API qorStreamReader {
   void checkRead() const;
   // true: while decoding gzip, go on after the end of a member into the
   // members that follow it, as gzip -dc does (a writer in mode 'a' with gzip
-  // on makes such files); the data ends at the end of the file. Bytes after a
-  // member that do not start another one (the gzip magic 1f 8b) raise
-  // "qorStreamReader: trailing garbage after gzip member in <name>\n" at the
-  // read that reaches them; the members before them are delivered first.
+  // on makes such files); the data ends at the end of the file. Zero bytes
+  // from the end of a member to the end of the file (the padding of tape
+  // blocks and dd) end the data as the end of the file would, as gzip -dc
+  // takes them. Any other bytes after a member that do not start another one
+  // (the gzip magic 1f 8b), zero bytes followed by anything else among them,
+  // raise "qorStreamReader: trailing garbage after gzip member in <name>\n" at
+  // the read that reaches them; the members before them are delivered first.
   // false (the default): the data ends with the first member and whatever
   // follows it is never delivered. No effect on plain or raw deflate input.
   // Call it before the read that reaches the end of the first member.
   void readAllMembers(bool on);
-  // true: decode gzip and raw deflate with ISA-L's inflate, which is faster
-  // than zlib, where the library was built with ISA-L; without it the call
-  // is accepted and zlib decodes. Call it before the first read after
-  // gunzip(true) or inflate(true), or before them (on plain files it does
-  // nothing); switched during a stream, it takes effect at the next member,
-  // rewind() or switch-on. Everything else stays as with zlib: the data, the
-  // line rules, rewind(), readAllMembers(), failed(), m_FileBytes at the end
-  // of the data, the CRC-32 and length check of the gzip trailer, header
-  // names, comments and extra fields, and every error message: where the
-  // fast decoder meets a fault or a cut file, the member is decoded again by
-  // zlib, which raises what it finds in its own words. The one difference:
-  // the number of bytes a single fill produces may differ from zlib's by a
-  // few bytes, so m_BufSize after a given fill is not promised to match.
+  // true: decode gzip members with ISA-L's inflate, which is faster than
+  // zlib, where the library was built with ISA-L; without it the call is
+  // accepted and zlib decodes. Call it before the first read after
+  // gunzip(true), or before it (on plain files it does nothing); switched
+  // during a stream, it takes effect at the next member, rewind() or
+  // switch-on. Everything else stays as with zlib: the data, the line rules,
+  // rewind(), readAllMembers(), failed(), m_FileBytes at the end of the data,
+  // the CRC-32 and length check of the gzip trailer, header names, comments
+  // and extra fields, and the error messages: where the fast decoder meets a
+  // fault or a cut file, the member is decoded again by zlib from its start,
+  // which raises what it finds in its own words. zlib decodes by itself what
+  // ISA-L would read differently: raw deflate (it carries no check value that
+  // would catch ISA-L accepting a damaged Huffman table that zlib refuses)
+  // and gzip members whose header has reserved flag bits, a header CRC or a
+  // method other than deflate, or does not fit the 16 KiB input buffer.
+  // Differences: input that cannot seek cannot be decoded again, so a fault
+  // there raises "Corrupt compressed data in <name>\n", and a cut
+  // "Unexpected end of compressed data in <name>\n"; the number of bytes a
+  // single fill produces may differ from zlib's by a few bytes, so m_BufSize
+  // after a given fill is not promised to match.
   void useFastDecoder(bool on);
 
   size_t m_FileBytes;   // bytes read from the file (compressed bytes while decoding)

@@ -91,9 +91,10 @@ void expectRows(const Row (&rows)[N], bool fast = false) {
 }
 
 // Everything a reader delivers through read(), or "!" and the message it
-// raised; with the bytes counted from the file once the data ended.
+// raised; with the bytes counted from the file once the data ended, and what
+// was delivered, raised or not.
 inline std::string readAll(const std::string& path, Format format, bool fast, bool every = false,
-                           size_t* fileBytes = nullptr) {
+                           size_t* fileBytes = nullptr, std::string* delivered = nullptr) {
   std::string all;
   const std::string raised = raisedText([&] {
     qorStreamReader r(path.c_str());
@@ -103,6 +104,7 @@ inline std::string readAll(const std::string& path, Format format, bool fast, bo
     for (long got; (got = r.read(buf, sizeof buf)) > 0;) all.append(buf, static_cast<size_t>(got));
     if (fileBytes != nullptr) *fileBytes = r.m_FileBytes;
   });
+  if (delivered != nullptr) *delivered = all;
   return raised == qortest::kNothingRaised ? all : "!" + raised;
 }
 
