@@ -1,8 +1,8 @@
 // The polygon commands of the qor tool: triangulate, inside, split, break and
 // divide.
 #include <qor/qor_exception.h>
-#include <qor/qor_rings.h>
 #include <qor/qor_polysplit.h>
+#include <qor/qor_rings.h>
 #include <qor/qor_triangulate.h>
 
 #include <algorithm>
@@ -114,19 +114,63 @@ std::string optionalFile(const Args& args, size_t maxPositional) {
   return args.positional.empty() ? "" : args.positional[0];
 }
 
+// Each output a polygon command writes must be a target of its own: not the
+// input (renaming over it would lose it) and not another output.
+void checkTargets(const Args& args, const std::string& file) {
+  std::vector<std::string> given;
+  for (const char* option : {"-o", "--svg"}) {
+    if (!args.has(option)) continue;
+    const std::string out = args.get(option);
+    if (!file.empty() && sameTarget(out, file, false))
+      usage(args.command + ": " + option + " " + out + " is the input " + shownName(file));
+    for (const std::string& other : given)
+      if (sameTarget(out, args.get(other), true))
+        usage(args.command + ": " + other + " and " + option + " both write " + out);
+    given.push_back(option);
+  }
+}
+
+// Why a break of this rank leaves the outline whole. The splitter cuts
+// across the longer side of the bounding box, through the median vertex
+// coordinate (rank 0) or the largest one below the coordinate of the rank;
+// a cut at the smallest coordinate runs along the edge and cuts nothing.
+std::string uncutReason(const QPolygon& outline, long rank) {
+  const QRect box = outline.boundingRect();
+  const bool acrossY = box.height() > box.width();
+  std::vector<int> coords;
+  for (const QPoint& p : outline) coords.push_back(acrossY ? p.y() : p.x());
+  std::sort(coords.begin(), coords.end());
+  const long n = static_cast<long>(coords.size());
+  if (rank >= n) return "rank " + std::to_string(rank) + " is not below the vertex count (" + std::to_string(n) + ")";
+  const auto below = std::lower_bound(coords.begin(), coords.end(), coords[rank]);
+  const int at = rank == 0 ? coords[n / 2] : below == coords.begin() ? coords[0] : below[-1];
+  const std::string axis = acrossY ? "y" : "x";
+  if (at == coords[0])
+    return "rank " + std::to_string(rank) + " puts the cut at " + axis + " = " + std::to_string(at) +
+           ", the polygon's smallest " + axis + ", where it only touches the edge";
+  return "the cut at " + axis + " = " + std::to_string(at) + " leaves the polygon whole";
+}
+
 }  // namespace
 
-int cmdTriangulate(int argc, char** argv) {
-  const Args args = parseArgs("triangulate", argc, argv, {"--svg", "-o", "--repeat"}, {"--strict"});
+int cmdTriangulate(const std::string& command, int argc, char** argv) {
+  const Args args = parseArgs(command, argc, argv, {"--svg", "-o", "--repeat", "--fill", "--format"}, {"--strict"});
   const std::string file = optionalFile(args, 1);
   const long repeat = parseCount(args.get("--repeat", "1"), "--repeat", 1, 1000000);
-  const bool strict = args.has("--strict");
-  for (const char* o : {"-o", "--svg"})
-    if (args.has(o) && !file.empty()) checkNotSame(file, args.get(o));
-  const Polygon poly = readPolygon(file);
+  const bool strict = args.has("--strict"), fill = args.has("--fill");
+  const std::string ruleName = args.get("--fill");
+  if (fill && ruleName != "evenodd" && ruleName != "nonzero")
+    usage("--fill: expected evenodd or nonzero, got '" + ruleName + "'");
+  const qorFillRule rule = ruleName == "nonzero" ? qorFillNonZero : qorFillEvenOdd;
+  if (fill && strict) usage(command + ": --fill and --strict exclude each other");
+  checkTargets(args, file);
+  const Format format = formatOption(args, Format::Auto);
+  const Polygon poly = readPolygon(file, format);
   const int n = static_cast<int>(poly.points.size()), holes = static_cast<int>(poly.sizes.size()) - 1;
+  const auto rings = reinterpret_cast<const double(*)[2]>(poly.points.data());
 
   std::vector<int> tris;
+  std::vector<double> added;  // --fill: the points where edges cross, x and y
   std::vector<double> times;
   std::string method;
   try {
@@ -138,8 +182,10 @@ int cmdTriangulate(int argc, char** argv) {
         tris = triangulateStrict(prep);
       } else {
         std::vector<qorInt32> out;
-        qorTriangulateRings(static_cast<qorInt32>(poly.sizes.size()), poly.sizes.data(),
-                            reinterpret_cast<const double(*)[2]>(poly.points.data()), out);
+        if (fill)
+          qorTriangulateRingsFill(static_cast<qorInt32>(poly.sizes.size()), poly.sizes.data(), rings, rule, out, added);
+        else
+          qorTriangulateRings(static_cast<qorInt32>(poly.sizes.size()), poly.sizes.data(), rings, out);
         tris.assign(out.begin(), out.end());
       }
       times.push_back(std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count());
@@ -147,44 +193,63 @@ int cmdTriangulate(int argc, char** argv) {
     if (strict) {
       method = "strict (" + std::to_string(prep.dropped) + " repeated points dropped, " +
                std::to_string(prep.reversed) + " contours reversed)";
+    } else if (fill) {
+      method = "fill " + ruleName + " (" + std::to_string(added.size() / 2) +
+               (added.size() == 2 ? " vertex" : " vertices") + " added where edges cross)";
     } else {
       const qorRingFixups f = qorTriangulateRingsFixups();
       method = "rings (" + std::to_string(f.ringsReoriented) + " reoriented, " + std::to_string(f.pointsDropped) +
                " points dropped, " + std::to_string(f.ringsDropped) + " rings dropped, " +
                std::to_string(f.pointsMerged) + " points merged, " + std::to_string(f.edgesSplit) + " edges split, " +
                std::to_string(f.edgesCancelled) + " edges cancelled)";
+      // The engine leaves such rings out as it leaves out rings of no area;
+      // the user is told which, since the file has them.
+      const std::string shortOnes = shortContours(poly);
+      if (!shortOnes.empty()) note(shortOnes + "; left out");
     }
   } catch (qorException* e) {
     fail(poly.name + ": " + exceptionText(e));
   }
 
+  auto vertex = [&](int i) -> Point {
+    return i < n ? poly.points[i] : Point{added[2 * (i - n)], added[2 * (i - n) + 1]};
+  };
   const size_t count = tris.size() / 3;
   const double area = polygonArea(poly);
   double triArea = 0, magnitude = 0;
   for (const Point& p : poly.points) magnitude = std::max({magnitude, std::fabs(p[0]), std::fabs(p[1])});
   std::vector<std::vector<Point>> shapes;
   for (size_t t = 0; t < count; ++t) {
-    const Point tri[3] = {poly.points[tris[3 * t]], poly.points[tris[3 * t + 1]], poly.points[tris[3 * t + 2]]};
+    const Point tri[3] = {vertex(tris[3 * t]), vertex(tris[3 * t + 1]), vertex(tris[3 * t + 2])};
     triArea += signedArea(tri, 3);
     shapes.push_back({tri[0], tri[1], tri[2]});
   }
   // Each triangle's area carries a rounding error of a few units in the last
   // place of the coordinates' square.
   const double tolerance = 1e-9 * std::fabs(area) + 8 * (count + 1) * 2.2e-16 * magnitude * magnitude;
-  const bool match = std::fabs(triArea - area) <= tolerance;
+  const bool match = fill || std::fabs(triArea - area) <= tolerance;
+  const std::string ruleText = rule == qorFillNonZero ? "the non-zero rule" : "the even-odd rule";
   std::sort(times.begin(), times.end());
 
-  FILE* report = args.get("-o") == "-" ? stderr : stdout;
+  FILE* report = args.get("-o") == "-" || args.get("--svg") == "-" ? stderr : stdout;
   std::fprintf(report, "polygon:   %s: %d vertices, %d holes\n", poly.name.c_str(), n, holes);
   std::fprintf(report, "method:    %s\n", method.c_str());
   std::fprintf(report, "triangles: %zu\n", count);
-  std::fprintf(report, "area:      polygon %.10g, triangles %.10g (%s, difference %.3g)\n", area, triArea,
-               match ? "match" : "MISMATCH", triArea - area);
+  if (fill)
+    std::fprintf(report, "area:      triangles %.10g (the region under %s)\n", triArea, ruleText.c_str());
+  else
+    std::fprintf(report, "area:      polygon %.10g, triangles %.10g (%s, difference %.3g)\n", area, triArea,
+                 match ? "match" : "MISMATCH", triArea - area);
   std::fprintf(report, "time:      %.4f ms per call (median of %ld)\n", times[times.size() / 2], repeat);
   if (args.has("-o")) {
     const std::string name = args.get("-o");
     Output out(name, name.size() > 3 && name.compare(name.size() - 3, 3, ".gz") == 0, false);
     std::string text;
+    char line[80];
+    for (size_t k = 0; k < added.size(); k += 2) {
+      std::snprintf(line, sizeof line, "v %.17g %.17g\n", added[k], added[k + 1]);
+      text += line;
+    }
     for (size_t t = 0; t < count; ++t) {
       text += std::to_string(tris[3 * t] + 1) + " " + std::to_string(tris[3 * t + 1] + 1) + " " +
               std::to_string(tris[3 * t + 2] + 1) + "\n";
@@ -198,21 +263,26 @@ int cmdTriangulate(int argc, char** argv) {
     Picture pic;
     pic.polygon = &poly;
     pic.pieces = shapes;
-    pic.caption = std::to_string(n) + " vertices, " + std::to_string(holes) + " holes, " + std::to_string(count) +
-                  " triangles; area " + fmt("%.6g", area) + (match ? " = " : " != ") + "sum of triangles";
+    pic.nonZero = fill && rule == qorFillNonZero;
+    for (size_t k = 0; k < added.size(); k += 2) pic.marks.push_back({added[k], added[k + 1]});
+    pic.caption =
+        std::to_string(n) + " vertices, " + std::to_string(holes) + " holes, " + std::to_string(count) +
+        " triangles; " +
+        (fill ? std::to_string(added.size() / 2) + " added; area " + fmt("%.6g", triArea) + " under " + ruleText
+              : "area " + fmt("%.6g", area) + (match ? " = " : " != ") + "sum of triangles");
     writeSvg(args.get("--svg"), pic);
-    std::fprintf(report, "picture:   %s\n", args.get("--svg").c_str());
+    if (args.get("--svg") != "-") std::fprintf(report, "picture:   %s\n", args.get("--svg").c_str());
   }
   if (!match) fail(poly.name + ": the triangles' area does not match the polygon's");
   return 0;
 }
 
-int cmdInside(int argc, char** argv) {
-  const Args args = parseArgs("inside", argc, argv, {}, {});
+int cmdInside(const std::string& command, int argc, char** argv) {
+  const Args args = parseArgs(command, argc, argv, {"--format"}, {});
   if (args.positional.size() < 2 || args.positional.size() > 3) usage("inside: expected [FILE] X Y");
   const size_t k = args.positional.size() - 2;
   double point[2] = {parseNumber(args.positional[k], "X"), parseNumber(args.positional[k + 1], "Y")};
-  const Polygon poly = readPolygon(k == 1 ? args.positional[0] : "");
+  const Polygon poly = readPolygon(k == 1 ? args.positional[0] : "", formatOption(args, Format::Auto));
   try {
     triangulateStrict(prepareStrict(poly));
     const bool in = is_point_inside_polygon(point) != 0;
@@ -225,7 +295,7 @@ int cmdInside(int argc, char** argv) {
 
 int cmdSplit(const std::string& command, int argc, char** argv) {
   const char* need = command == "split" ? "--line" : command == "break" ? "--rank" : "--max";
-  const Args args = parseArgs(command, argc, argv, {need, "--svg"}, {});
+  const Args args = parseArgs(command, argc, argv, {need, "--svg", "--format"}, {});
   const std::string file = optionalFile(args, 1);
   if (!args.has(need)) usage(command + ": " + need + " is required");
   int line[4] = {0, 0, 0, 0};
@@ -245,8 +315,8 @@ int cmdSplit(const std::string& command, int argc, char** argv) {
   } else {
     value = parseCount(args.get(need), need, 0, std::numeric_limits<int>::max());
   }
-  if (args.has("--svg") && !file.empty()) checkNotSame(file, args.get("--svg"));
-  const Polygon poly = readPolygon(file);
+  checkTargets(args, file);
+  const Polygon poly = readPolygon(file, formatOption(args, Format::Auto));
 
   // The splitter takes integer points in counter-clockwise order.
   QPolygon outline;
@@ -273,9 +343,23 @@ int cmdSplit(const std::string& command, int argc, char** argv) {
   if (command == "split") pieces = splitter.Split(outline, QLine(line[0], line[1], line[2], line[3]));
   if (command == "break") pieces = splitter.Break(outline, static_cast<int>(value));
   if (command == "divide") pieces = splitter.Divide(outline, static_cast<int>(value));
+  if (pieces.size() == 1) {
+    // The one piece is the outline as it came: say why rather than let it
+    // pass for a result.
+    std::string why;
+    if (command == "split")
+      why = "the line does not cross the polygon's inside";
+    else if (command == "divide" && value > 0 && outline.size() <= value)
+      why = "the first contour has " + std::to_string(outline.size()) + " vertices, no more than --max " +
+            std::to_string(value);
+    else
+      why = (command == "divide" ? "its first break: " : "") + uncutReason(outline, value);
+    note(command + ": nothing was cut: " + why);
+  }
 
-  std::printf("polygon:   %s: first contour, %d vertices%s%s\n", poly.name.c_str(), int(outline.size()),
-              rounded ? ", coordinates rounded to integers" : "", reversed ? ", reversed to counter-clockwise" : "");
+  FILE* report = args.get("--svg") == "-" ? stderr : stdout;
+  std::fprintf(report, "polygon:   %s: first contour, %d vertices%s%s\n", poly.name.c_str(), int(outline.size()),
+               rounded ? ", coordinates rounded to integers" : "", reversed ? ", reversed to counter-clockwise" : "");
   const double whole = areaOf(outline);
   double sum = 0;
   int vertices = 0;
@@ -284,7 +368,7 @@ int cmdSplit(const std::string& command, int argc, char** argv) {
     const double a = areaOf(pieces[i]);
     sum += a;
     vertices += pieces[i].size();
-    std::printf("piece %zu:   %d vertices, area %.10g\n", i + 1, int(pieces[i].size()), a);
+    std::fprintf(report, "piece %zu:   %d vertices, area %.10g\n", i + 1, int(pieces[i].size()), a);
     std::vector<Point> shape;
     for (const QPoint& p : pieces[i]) shape.push_back({double(p.x()), double(p.y())});
     pic.pieces.push_back(shape);
@@ -294,8 +378,8 @@ int cmdSplit(const std::string& command, int argc, char** argv) {
   const QRect box = outline.boundingRect();
   const double allowance = std::max(0, vertices - int(outline.size())) * std::hypot(box.width(), box.height());
   const bool adds = std::fabs(sum - whole) <= allowance;
-  std::printf("area:      polygon %.10g, pieces %.10g (%s, difference %.3g, allowance %.3g)\n", whole, sum,
-              adds ? "add up" : "DO NOT ADD UP", sum - whole, allowance);
+  std::fprintf(report, "area:      polygon %.10g, pieces %.10g (%s, difference %.3g, allowance %.3g)\n", whole, sum,
+               adds ? "add up" : "DO NOT ADD UP", sum - whole, allowance);
   if (args.has("--svg")) {
     Polygon shown;
     shown.name = poly.name;
@@ -309,7 +393,7 @@ int cmdSplit(const std::string& command, int argc, char** argv) {
     pic.caption = command + ": " + std::to_string(pieces.size()) + " pieces, areas " +
                   (adds ? "add up to " : "do not add up to ") + fmt("%.6g", whole);
     writeSvg(args.get("--svg"), pic);
-    std::printf("picture:   %s\n", args.get("--svg").c_str());
+    if (args.get("--svg") != "-") std::fprintf(report, "picture:   %s\n", args.get("--svg").c_str());
   }
   if (!adds) fail(poly.name + ": the pieces' areas do not add up");
   return 0;

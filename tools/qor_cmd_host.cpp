@@ -58,8 +58,8 @@ double mallocPair() {
 
 }  // namespace
 
-int cmdSysinfo(int argc, char** argv) {
-  const Args args = parseArgs("sysinfo", argc, argv, {}, {"--json"});
+int cmdSysinfo(const std::string& command, int argc, char** argv) {
+  const Args args = parseArgs(command, argc, argv, {}, {"--json"});
   if (!args.positional.empty()) usage("sysinfo: takes no arguments");
   const std::string os = take(qorGetOSVersion(), true), now = take(qorGetCurrentTime(), false);
   const std::string user = take(qorGetUserName(), true), host = take(qorGetHostName(), true);
@@ -88,8 +88,8 @@ int cmdSysinfo(int argc, char** argv) {
   return 0;
 }
 
-int cmdMemstats(int argc, char** argv) {
-  const Args args = parseArgs("memstats", argc, argv, {"--threads"}, {});
+int cmdMemstats(const std::string& command, int argc, char** argv) {
+  const Args args = parseArgs(command, argc, argv, {"--threads"}, {});
   if (!args.positional.empty()) usage("memstats: takes no arguments");
   const int threads = static_cast<int>(parseCount(args.get("--threads", "1"), "--threads", 1, 64));
   qorPageAlloc::Initialize();

@@ -93,13 +93,12 @@ void addPoint(Polygon& poly, double x, double y, const std::string& where) {
 
 void parseText(Polygon& poly, const std::string& text) {
   size_t pos = 0;
-  long lineNo = 0, contourLine = 0;
+  long lineNo = 0;
   int inContour = 0;
+  // A blank line ends the contour (a comment line does not); contours of one
+  // or two points are kept for the triangulators to judge.
   auto endContour = [&]() {
     if (inContour == 0) return;
-    if (inContour < 3)
-      fail(poly.name + ":" + std::to_string(contourLine) + ": contour " + std::to_string(poly.sizes.size() + 1) +
-           " has fewer than three points");
     poly.sizes.push_back(inContour);
     inContour = 0;
   };
@@ -116,7 +115,7 @@ void parseText(Polygon& poly, const std::string& text) {
       if (c == ',' || c == '\t' || c == '\r') c = ' ';
     const size_t first = line.find_first_not_of(' ');
     if (first == std::string::npos) {
-      if (!comment) endContour();  // a blank line ends the contour; a comment line does not
+      if (!comment) endContour();
       continue;
     }
     const std::string where = poly.name + ":" + std::to_string(lineNo);
@@ -135,7 +134,7 @@ void parseText(Polygon& poly, const std::string& text) {
     }
     while (*p == ' ') ++p;
     if (*p != '\0') fail(where + ": expected one 'x y' pair, found more: '" + std::string(p) + "'");
-    if (inContour == 0) contourLine = lineNo;
+    if (inContour == 0) poly.lines.push_back(lineNo);
     addPoint(poly, v[0], v[1], where);
     ++inContour;
   }
@@ -179,8 +178,8 @@ void parseJson(Polygon& poly, const QByteArray& bytes) {
         fail(ring + ", point " + std::to_string(i + 1) + ": expected [x, y] numbers");
       addPoint(poly, xy[0].toDouble(), xy[1].toDouble(), ring);
     }
-    if (pts.size() < 3) fail(poly.name + ": contour " + std::to_string(r + 1) + " has fewer than three points");
     poly.sizes.push_back(pts.size());
+    poly.lines.push_back(0);
   }
 }
 
@@ -192,34 +191,53 @@ double signedArea(const std::array<double, 2>* p, int n) {
   return a / 2;
 }
 
-Polygon readPolygon(const std::string& name) {
+std::string shortContours(const Polygon& poly) {
+  std::string list;
+  int count = 0;
+  for (size_t c = 0; c < poly.sizes.size(); ++c) {
+    if (poly.sizes[c] > 2) continue;
+    if (++count <= 5)
+      list += (count == 1 ? "" : ", ") + std::to_string(c + 1) +
+              (poly.lines[c] > 0 ? " (line " + std::to_string(poly.lines[c]) + ")" : "");
+  }
+  if (count == 0) return "";
+  const bool json = poly.lines[0] == 0 && poly.name != "(built-in)";
+  return poly.name + ": " + (json ? "ring" : "contour") + (count == 1 ? " " : "s ") + list +
+         (count > 5 ? " and " + std::to_string(count - 5) + " more" : "") + (count == 1 ? " has" : " have") +
+         " fewer than three points";
+}
+
+Polygon readPolygon(const std::string& name, Format format) {
   Polygon poly;
   if (name.empty()) {
     poly.name = "(built-in)";
     parseText(poly, kDefaultPolygon);
     return poly;
   }
-  poly.name = name;
+  poly.name = shownName(name);
   std::string text;
   {
-    std::unique_ptr<qorStreamReader> r(openInput(name, nullptr));
+    std::unique_ptr<qorStreamReader> r(openInput(name, format, nullptr));
     static char buf[65536];
     try {
       for (long n; (n = r->read(buf, sizeof buf)) > 0;) {
         text.append(buf, n);
-        if (text.size() > (1ul << 31)) fail(name + ": too large for a polygon file");
+        if (text.size() > (1ul << 31)) fail(poly.name + ": too large for a polygon file");
       }
       r->checkRead();
     } catch (qorException* e) {
-      fail(name + ": " + exceptionText(e));
+      readFailure(name, e);
     }
   }
+  // Editors on some systems start UTF-8 text with a byte-order mark; it is
+  // no part of the first number.
+  if (text.compare(0, 3, "\xEF\xBB\xBF") == 0) text.erase(0, 3);
   const size_t first = text.find_first_not_of(" \t\r\n");
   if (first != std::string::npos && (text[first] == '[' || text[first] == '{'))
     parseJson(poly, QByteArray::fromRawData(text.data(), static_cast<int>(text.size())));
   else
     parseText(poly, text);
-  if (poly.sizes.empty()) fail(name + ": no polygon in the file");
+  if (poly.sizes.empty()) fail(poly.name + ": no polygon in the file");
   return poly;
 }
 

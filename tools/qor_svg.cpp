@@ -25,6 +25,7 @@ std::string num(double v) {
 }
 
 std::string pathOf(const View& view, const std::array<double, 2>* p, size_t n) {
+  if (n == 0) return "";
   std::string d;
   for (size_t i = 0; i < n; ++i) d += (i == 0 ? "M" : " L") + num(view.x(p[i][0])) + "," + num(view.y(p[i][1]));
   return d + " Z";
@@ -69,8 +70,8 @@ std::string renderSvg(const Picture& pic) {
     outline += pathOf(view, &poly.points[at], size) + " ";
     at += size;
   }
-  svg += "<path d=\"" + outline +
-         "\" fill=\"#e8e8e8\" fill-rule=\"evenodd\" stroke=\"none\"/>\n<g stroke=\"#333333\" "
+  svg += "<path d=\"" + outline + "\" fill=\"#e8e8e8\" fill-rule=\"" + (pic.nonZero ? "nonzero" : "evenodd") +
+         "\" stroke=\"none\"/>\n<g stroke=\"#333333\" "
          "stroke-width=\"0.6\" stroke-linejoin=\"round\">\n";
   for (size_t i = 0; i < pic.pieces.size(); ++i) {
     // Hues a golden angle apart keep neighbouring pieces apart in colour.
@@ -86,6 +87,8 @@ std::string renderSvg(const Picture& pic) {
            (c == 0 ? "#000000" : "#1f4fbf") + "\" stroke-width=\"2\"/>\n";
     at += poly.sizes[c];
   }
+  for (const auto& m : pic.marks)
+    svg += "<circle cx=\"" + num(view.x(m[0])) + "\" cy=\"" + num(view.y(m[1])) + "\" r=\"3\" fill=\"#d62020\"/>\n";
   if (pic.hasLine) {
     // The cut line is infinite: draw it across the whole picture.
     const double x1 = view.x(pic.line[0]), y1 = view.y(pic.line[1]);
