@@ -9,7 +9,7 @@ packages=(
   qtbase5-dev zlib1g-dev libgtest-dev libgmock-dev libbenchmark-dev
   libglu1-mesa-dev libcgal-dev libjemalloc-dev libgoogle-perftools-dev libmimalloc-dev libdeflate-dev
   libisal-dev
-  clang libclang-rt-dev librsvg2-bin
+  clang libclang-rt-dev librsvg2-bin man-db
 )
 
 missing=()
