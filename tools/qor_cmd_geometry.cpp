@@ -232,7 +232,10 @@ int cmdTriangulate(const std::string& command, int argc, char** argv) {
   std::sort(times.begin(), times.end());
 
   FILE* report = args.get("-o") == "-" || args.get("--svg") == "-" ? stderr : stdout;
-  std::fprintf(report, "polygon:   %s: %d vertices, %d holes\n", poly.name.c_str(), n, holes);
+  // Under a fill rule no contour is a hole: each adds to the winding numbers.
+  const std::string contours =
+      fill ? std::to_string(holes + 1) + (holes == 0 ? " contour" : " contours") : std::to_string(holes) + " holes";
+  std::fprintf(report, "polygon:   %s: %d vertices, %s\n", poly.name.c_str(), n, contours.c_str());
   std::fprintf(report, "method:    %s\n", method.c_str());
   std::fprintf(report, "triangles: %zu\n", count);
   if (fill)
@@ -266,8 +269,7 @@ int cmdTriangulate(const std::string& command, int argc, char** argv) {
     pic.nonZero = fill && rule == qorFillNonZero;
     for (size_t k = 0; k < added.size(); k += 2) pic.marks.push_back({added[k], added[k + 1]});
     pic.caption =
-        std::to_string(n) + " vertices, " + std::to_string(holes) + " holes, " + std::to_string(count) +
-        " triangles; " +
+        std::to_string(n) + " vertices, " + contours + ", " + std::to_string(count) + " triangles; " +
         (fill ? std::to_string(added.size() / 2) + " added; area " + fmt("%.6g", triArea) + " under " + ruleText
               : "area " + fmt("%.6g", area) + (match ? " = " : " != ") + "sum of triangles");
     writeSvg(args.get("--svg"), pic);

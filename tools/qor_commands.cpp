@@ -178,7 +178,11 @@ int run(int argc, char** argv) {
   if (argc < 2) usage("no command given");
   const std::string name = argv[1];
   if (name == "--help" || name == "-h") printHelp("");
-  if (name == "help") printHelp(argc > 2 ? argv[2] : "");
+  if (name == "help") {
+    const std::string topic = argc > 2 ? argv[2] : "";
+    if (!topic.empty() && find(topic) == nullptr) usage("unknown command '" + topic + "'");
+    printHelp(topic);
+  }
   if (name == "--version") {
     std::printf("qor %s (libqor.so.1)\n", QOR_TOOL_VERSION);
     return 0;
