@@ -201,7 +201,7 @@ std::string shortContours(const Polygon& poly) {
               (poly.lines[c] > 0 ? " (line " + std::to_string(poly.lines[c]) + ")" : "");
   }
   if (count == 0) return "";
-  const bool json = poly.lines[0] == 0 && poly.name != "(built-in)";
+  const bool json = poly.lines[0] == 0;  // text contours start on a line
   return poly.name + ": " + (json ? "ring" : "contour") + (count == 1 ? " " : "s ") + list +
          (count > 5 ? " and " + std::to_string(count - 5) + " more" : "") + (count == 1 ? " has" : " have") +
          " fewer than three points";
