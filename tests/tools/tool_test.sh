@@ -90,6 +90,20 @@ assert len(set(zlib.decompress(idat))) > 32, 'blank picture'
 PY
 }
 
+# check_svg FILE: every corner of the outline (the unfilled paths) and every
+# dot is a corner of a filled piece, and all lie inside the 800x800 picture.
+check_svg() {
+  python3 - "$1" <<'PY'
+import re, sys
+svg = open(sys.argv[1]).read()
+corners = lambda kind: {p for d in re.findall(r'<path d="([^"]*)" fill="' + kind, svg) for p in re.findall(r'(-?[0-9.]+),(-?[0-9.]+)', d)}
+pieces, outline = corners('hsl'), corners('none')
+dots = set(re.findall(r'<circle cx="([^"]*)" cy="([^"]*)"', svg))
+assert outline and outline <= pieces and dots <= pieces, (outline - pieces, dots - pieces)
+assert all(0 <= float(v) <= 800 for p in pieces for v in p)
+PY
+}
+
 # name | needs | status | patterns | command
 table() {
   cat <<'ROWS'
@@ -108,8 +122,8 @@ tri-json | rings writer | 0 | 10 vertices, 1 holes && \(match | qor triangulate 
 tri-geojson | rings writer | 0 | 12 vertices, 1 holes && triangles: 10$ | qor triangulate $D/lshape.geojson -o out.txt && check_tris $D/lshape.geojson out.txt 10 264
 tri-strict-json | check writer | 0 | 2 contours reversed && \(match | qor triangulate --strict $D/lshape.json -o out.txt && check_tris $D/lshape.json out.txt 10 264
 tri-strict-geojson | check writer | 0 | 2 repeated points dropped && \(match | qor triangulate --strict $D/lshape.geojson -o - > tris && check_tris $D/lshape.geojson tris 10 264
-tri-svg | rings writer | 0 | picture: +out.svg && >52 vertices, 5 holes, 60 triangles; area 21351.2 = sum of triangles</text> && fill-rule=.evenodd. | qor triangulate --svg out.svg && rsvg-convert out.svg -o out.png && check_png out.png && cat out.svg
-split-svg | writer | 0 | piece 2: && \(add up && picture: | qor split $D/lshape.txt --line 5,-1,5,30 --svg out.svg && rsvg-convert out.svg -o out.png && check_png out.png
+tri-svg | rings writer | 0 | picture: +out.svg && >52 vertices, 5 holes, 60 triangles; area 21351.2 = sum of triangles</text> && fill-rule=.evenodd. | qor triangulate --svg out.svg && rsvg-convert out.svg -o out.png && check_png out.png && check_svg out.svg && cat out.svg
+split-svg | writer | 0 | piece 2: && \(add up && picture: | qor split $D/lshape.txt --line 5,-1,5,30 --svg out.svg && rsvg-convert out.svg -o out.png && check_png out.png && check_svg out.svg
 split | - | 0 | piece 2: +4 vertices, area 100$ && polygon 300, pieces 300 \(add up | qor split $D/lshape.txt --line 10,-5,10,25
 break | - | 0 | piece 2: && \(add up | qor break --rank 0
 divide | - | 0 | piece 6: && \(add up | qor divide --max 6
@@ -191,7 +205,7 @@ fill-pentagram-evenodd | fill | 0 | 5 vertices added && ^ok$ | printf '0 100\n59
 fill-pentagram-nonzero | fill | 0 | 5 vertices added && ^ok$ | printf '0 100\n59 -81\n-95 31\n95 31\n-59 -81\n' > star.txt && qor triangulate star.txt --fill nonzero -o out.txt && check_tris star.txt out.txt - nonzero && echo ok
 fill-squares | fill | 0 | sq.txt: 8 vertices, 2 contours && triangles 6 \(the region under the even-odd rule && triangles 7 \(the region under the non-zero rule && ^ok$ | printf '0 0\n2 0\n2 2\n0 2\n\n1 1\n3 1\n3 3\n1 3\n' > sq.txt && qor triangulate sq.txt --fill evenodd -o out.txt && check_tris sq.txt out.txt - 6 && qor triangulate sq.txt --fill nonzero -o out2.txt && check_tris sq.txt out2.txt - 7 && echo ok
 fill-map | fill members | 0 | ^ok$ | qor triangulate $P/simplified-us-border.json --fill nonzero -o out.txt.gz && check_tris $P/simplified-us-border.json out.txt.gz - nonzero && qor triangulate $P/simplified-us-border.json --fill evenodd -o out.txt && check_tris $P/simplified-us-border.json out.txt - evenodd && echo ok
-fill-svg | fill | 0 | ^dots 5$ | printf '0 100\n59 -81\n-95 31\n95 31\n-59 -81\n' > star.txt && qor triangulate star.txt --fill nonzero --svg out.svg > /dev/null && grep -q 'fill-rule="nonzero"' out.svg && rsvg-convert out.svg -o out.png && check_png out.png && echo dots $(grep -c '<circle' out.svg)
+fill-svg | fill | 0 | ^dots 5$ | printf '0 100\n59 -81\n-95 31\n95 31\n-59 -81\n' > star.txt && qor triangulate star.txt --fill nonzero --svg out.svg > /dev/null && grep -q 'fill-rule="nonzero"' out.svg && rsvg-convert out.svg -o out.png && check_png out.png && check_svg out.svg && echo dots $(grep -c '<circle' out.svg)
 fill-bad-rule | - | 2 | --fill: expected evenodd or nonzero, got 'odd' | qor triangulate --fill odd
 fill-strict | - | 2 | --fill and --strict exclude each other | qor triangulate --fill nonzero --strict
 fixtures-listed | - | 0 | ^ok$ | ls $P | sed -n 's/\.json$//p' | sort > want && table | sed -n 's/^poly-\([a-z0-9-]*\) .*/\1/p' | sort > have && diff want have && echo ok
