@@ -27,20 +27,10 @@
 #include "cpu_times.h"
 #include "polygon_generator.h"
 
-// Each peer is there when the build defines its QOR_HAVE_ macro as 1.
-#ifndef QOR_HAVE_EARCUT
-#define QOR_HAVE_EARCUT 0
-#endif
-#ifndef QOR_HAVE_GLU
-#define QOR_HAVE_GLU 0
-#endif
-#ifndef QOR_HAVE_CGAL
-#define QOR_HAVE_CGAL 0
-#endif
+#include "geometry_peers.h"
 #if QOR_HAVE_EARCUT
 #include <mapbox/earcut.hpp>
 #endif
-#include "geometry_peers.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // The geometry benchmarks' peers, set up once: the GLU tessellator (triangles only, any winding rule) and CGAL's
-// constrained Delaunay triangulation restricted to the polygon's domain. Each part is there when the build defines
-// QOR_HAVE_GLU or QOR_HAVE_CGAL as 1.
+// constrained Delaunay triangulation restricted to the polygon's domain. Each peer is there when the build defines
+// its QOR_HAVE_ macro as 1 (earcut.hpp, header-only, is included by the benchmark that calls it).
 #ifndef QOR_BENCH_GEOMETRY_PEERS_H
 #define QOR_BENCH_GEOMETRY_PEERS_H
 
@@ -11,6 +11,9 @@
 
 #include "polygon_generator.h"
 
+#ifndef QOR_HAVE_EARCUT
+#define QOR_HAVE_EARCUT 0
+#endif
 #ifndef QOR_HAVE_GLU
 #define QOR_HAVE_GLU 0
 #endif
