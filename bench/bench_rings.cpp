@@ -27,26 +27,9 @@
 #include "cpu_times.h"
 #include "polygon_generator.h"
 
-// Each peer is there when the build defines its QOR_HAVE_ macro as 1.
-#ifndef QOR_HAVE_EARCUT
-#define QOR_HAVE_EARCUT 0
-#endif
-#ifndef QOR_HAVE_GLU
-#define QOR_HAVE_GLU 0
-#endif
-#ifndef QOR_HAVE_CGAL
-#define QOR_HAVE_CGAL 0
-#endif
+#include "geometry_peers.h"
 #if QOR_HAVE_EARCUT
 #include <mapbox/earcut.hpp>
-#endif
-#if QOR_HAVE_GLU
-#include <GL/glu.h>
-#endif
-#if QOR_HAVE_CGAL
-#include <CGAL/Constrained_Delaunay_triangulation_2.h>
-#include <CGAL/Exact_predicates_inexact_constructions_kernel.h>
-#include <CGAL/Triangulation_face_base_with_info_2.h>
 #endif
 
 namespace {
@@ -170,102 +153,17 @@ void runEarcut(benchmark::State& state, const Input& in) {
 #endif
 
 #if QOR_HAVE_GLU
-struct GluOut {
-  std::vector<intptr_t> indices;
-  std::deque<std::array<GLdouble, 3>> extra;  // vertices made where edges cross
-};
-void GLAPIENTRY gluVertex(void* vertex, void* data) {
-  static_cast<GluOut*>(data)->indices.push_back(reinterpret_cast<intptr_t>(vertex));
-}
-void GLAPIENTRY gluBegin(GLenum, void*) {}
-void GLAPIENTRY gluEnd(void*) {}
-void GLAPIENTRY gluEdgeFlag(GLboolean, void*) {}  // asking for edge flags gives triangles only
-void GLAPIENTRY gluCombine(GLdouble coords[3], void**, GLfloat*, void** out, void* data) {
-  GluOut* o = static_cast<GluOut*>(data);
-  o->extra.push_back({coords[0], coords[1], coords[2]});
-  *out = o->extra.back().data();
-}
-
 void runGlu(benchmark::State& state, const Input& in, GLdouble rule) {
-  std::vector<std::vector<std::array<GLdouble, 3>>> rings;
-  for (const auto& c : in.polygon.contours) {
-    rings.emplace_back();
-    for (const auto& q : c) rings.back().push_back({q.x, q.y, 0.0});
-  }
-  GLUtesselator* tess = gluNewTess();
-  gluTessProperty(tess, GLU_TESS_WINDING_RULE, rule);
-  gluTessNormal(tess, 0, 0, 1);
-  gluTessCallback(tess, GLU_TESS_BEGIN_DATA, reinterpret_cast<void(GLAPIENTRY*)()>(&gluBegin));
-  gluTessCallback(tess, GLU_TESS_VERTEX_DATA, reinterpret_cast<void(GLAPIENTRY*)()>(&gluVertex));
-  gluTessCallback(tess, GLU_TESS_END_DATA, reinterpret_cast<void(GLAPIENTRY*)()>(&gluEnd));
-  gluTessCallback(tess, GLU_TESS_EDGE_FLAG_DATA, reinterpret_cast<void(GLAPIENTRY*)()>(&gluEdgeFlag));
-  gluTessCallback(tess, GLU_TESS_COMBINE_DATA, reinterpret_cast<void(GLAPIENTRY*)()>(&gluCombine));
-  GluOut out;
-  for (auto _ : state) {
-    out.indices.clear();
-    out.extra.clear();
-    gluTessBeginPolygon(tess, &out);
-    for (auto& ring : rings) {
-      gluTessBeginContour(tess);
-      for (auto& v : ring) gluTessVertex(tess, v.data(), v.data());
-      gluTessEndContour(tess);
-    }
-    gluTessEndPolygon(tess);
-    benchmark::DoNotOptimize(out.indices.data());
-  }
-  gluDeleteTess(tess);
+  peers::Glu glu(rule);
+  glu.load(in.polygon);
+  for (auto _ : state) benchmark::DoNotOptimize(glu.tessellate().data());
 }
 #endif
 
 #if QOR_HAVE_CGAL
-using Kernel = CGAL::Exact_predicates_inexact_constructions_kernel;
-struct FaceInfo {
-  int nesting = -1;
-};
-using Vb = CGAL::Triangulation_vertex_base_2<Kernel>;
-using Fbb = CGAL::Triangulation_face_base_with_info_2<FaceInfo, Kernel>;
-using Fb = CGAL::Constrained_triangulation_face_base_2<Kernel, Fbb>;
-using Tds = CGAL::Triangulation_data_structure_2<Vb, Fb>;
-using Cdt = CGAL::Constrained_Delaunay_triangulation_2<Kernel, Tds, CGAL::Exact_predicates_tag>;
-
-// Flood fill from the infinite face; crossing a constrained edge raises the nesting level by one. Returns the number
-// of faces inside (odd nesting).
-int countDomain(Cdt& cdt) {
-  std::deque<Cdt::Face_handle> border{cdt.infinite_face()};
-  for (int level = 0; !border.empty(); ++level) {
-    std::deque<Cdt::Face_handle> next;
-    while (!border.empty()) {
-      std::deque<Cdt::Face_handle> queue{border.front()};
-      border.pop_front();
-      while (!queue.empty()) {
-        Cdt::Face_handle f = queue.front();
-        queue.pop_front();
-        if (f->info().nesting != -1) continue;
-        f->info().nesting = level;
-        for (int i = 0; i < 3; ++i) {
-          if (f->neighbor(i)->info().nesting != -1) continue;
-          (cdt.is_constrained(Cdt::Edge(f, i)) ? next : queue).push_back(f->neighbor(i));
-        }
-      }
-    }
-    border.swap(next);
-  }
-  int inside = 0;
-  for (auto f = cdt.finite_faces_begin(); f != cdt.finite_faces_end(); ++f) inside += f->info().nesting % 2;
-  return inside;
-}
-
 void runCgal(benchmark::State& state, const Input& in) {
-  std::vector<std::vector<Kernel::Point_2>> rings;
-  for (const auto& c : in.polygon.contours) {
-    rings.emplace_back();
-    for (const auto& q : c) rings.back().emplace_back(q.x, q.y);
-  }
-  for (auto _ : state) {
-    Cdt cdt;
-    for (const auto& ring : rings) cdt.insert_constraint(ring.begin(), ring.end(), true);
-    benchmark::DoNotOptimize(countDomain(cdt));
-  }
+  const auto rings = peers::cgalRings(in.polygon);
+  for (auto _ : state) benchmark::DoNotOptimize(peers::cgalTriangles(rings));
 }
 #endif
 

@@ -19,14 +19,7 @@
 #include "polygon_generator.h"
 
 // Each peer is optional (bench/geometry.cmake): a missing one's cases are left out.
-#if defined(QOR_HAVE_CGAL)
-#include <CGAL/Constrained_Delaunay_triangulation_2.h>
-#include <CGAL/Exact_predicates_inexact_constructions_kernel.h>
-#include <CGAL/Triangulation_face_base_with_info_2.h>
-#endif
-#if defined(QOR_HAVE_GLU)
-#include <GL/glu.h>
-#endif
+#include "geometry_peers.h"
 
 namespace {
 
@@ -81,128 +74,26 @@ void BM_Triangulate_Qor(benchmark::State& state) {
   state.counters["triangles"] = triangulate_last_count();
 }
 
-#if defined(QOR_HAVE_GLU)
-// --- GLU tessellator ----------------------------------------------------------
-
-struct GluOutput {
-  std::vector<int> indices;
-};
-
-void GLAPIENTRY gluVertex(void* vertex, void* data) {
-  static_cast<GluOutput*>(data)->indices.push_back(static_cast<int>(reinterpret_cast<intptr_t>(vertex)));
-}
-void GLAPIENTRY gluBegin(GLenum, void*) {}
-void GLAPIENTRY gluEnd(void*) {}
-// Registering an edge-flag callback makes the tessellator emit separate
-// triangles only (no fans or strips).
-void GLAPIENTRY gluEdgeFlag(GLboolean, void*) {}
-
+#if QOR_HAVE_GLU
 void BM_Triangulate_GLU(benchmark::State& state) {
-  const polygen::Polygon& p = input(state);
-  std::vector<std::array<GLdouble, 3>> coords;
-  for (const auto& c : p.contours)
-    for (const auto& q : c) coords.push_back({q.x, q.y, 0.0});
-  GLUtesselator* tess = gluNewTess();
-  gluTessProperty(tess, GLU_TESS_WINDING_RULE, GLU_TESS_WINDING_ODD);
-  gluTessNormal(tess, 0, 0, 1);
-  gluTessCallback(tess, GLU_TESS_BEGIN_DATA, reinterpret_cast<void(GLAPIENTRY*)()>(&gluBegin));
-  gluTessCallback(tess, GLU_TESS_VERTEX_DATA, reinterpret_cast<void(GLAPIENTRY*)()>(&gluVertex));
-  gluTessCallback(tess, GLU_TESS_END_DATA, reinterpret_cast<void(GLAPIENTRY*)()>(&gluEnd));
-  gluTessCallback(tess, GLU_TESS_EDGE_FLAG_DATA, reinterpret_cast<void(GLAPIENTRY*)()>(&gluEdgeFlag));
-  GluOutput out;
-  for (auto _ : state) {
-    out.indices.clear();
-    gluTessBeginPolygon(tess, &out);
-    size_t k = 0;
-    for (const auto& c : p.contours) {
-      gluTessBeginContour(tess);
-      for (size_t i = 0; i < c.size(); ++i, ++k)
-        gluTessVertex(tess, coords[k].data(), reinterpret_cast<void*>(static_cast<intptr_t>(k + 1)));
-      gluTessEndContour(tess);
-    }
-    gluTessEndPolygon(tess);
-    benchmark::DoNotOptimize(out.indices.data());
-  }
-  state.counters["triangles"] = static_cast<double>(out.indices.size() / 3);
-  gluDeleteTess(tess);
+  peers::Glu glu(GLU_TESS_WINDING_ODD);
+  glu.load(input(state));
+  size_t corners = 0;
+  for (auto _ : state) corners = glu.tessellate().size();
+  state.counters["triangles"] = static_cast<double>(corners / 3);
 }
 #endif
 
-#if defined(QOR_HAVE_CGAL)
-// --- CGAL constrained Delaunay --------------------------------------------------
-
-using Kernel = CGAL::Exact_predicates_inexact_constructions_kernel;
-struct FaceInfo {
-  int nesting = -1;
-  bool inDomain() const { return nesting % 2 == 1; }
-};
-using Vb = CGAL::Triangulation_vertex_base_2<Kernel>;
-using Fbb = CGAL::Triangulation_face_base_with_info_2<FaceInfo, Kernel>;
-using Fb = CGAL::Constrained_triangulation_face_base_2<Kernel, Fbb>;
-using Tds = CGAL::Triangulation_data_structure_2<Vb, Fb>;
-using Cdt = CGAL::Constrained_Delaunay_triangulation_2<Kernel, Tds, CGAL::Exact_predicates_tag>;
-
-// Flood fill from the infinite face: crossing a constrained edge raises the
-// nesting level by one; faces at odd levels are inside the polygon.
-void markDomain(Cdt& cdt) {
-  for (auto f = cdt.all_faces_begin(); f != cdt.all_faces_end(); ++f) f->info().nesting = -1;
-  std::deque<Cdt::Face_handle> border{cdt.infinite_face()};
-  int level = 0;
-  while (!border.empty()) {
-    std::deque<Cdt::Face_handle> next;
-    while (!border.empty()) {
-      std::deque<Cdt::Face_handle> queue{border.front()};
-      border.pop_front();
-      while (!queue.empty()) {
-        Cdt::Face_handle f = queue.front();
-        queue.pop_front();
-        if (f->info().nesting != -1) continue;
-        f->info().nesting = level;
-        for (int i = 0; i < 3; ++i) {
-          Cdt::Face_handle n = f->neighbor(i);
-          if (n->info().nesting != -1) continue;
-          if (cdt.is_constrained(Cdt::Edge(f, i)))
-            next.push_back(n);
-          else
-            queue.push_back(n);
-        }
-      }
-    }
-    border.swap(next);
-    ++level;
-  }
-}
-
+#if QOR_HAVE_CGAL
 void BM_Triangulate_CGAL(benchmark::State& state) {
-  const polygen::Polygon& p = input(state);
-  std::vector<std::vector<Kernel::Point_2>> contours;
-  for (const auto& c : p.contours) {
-    contours.emplace_back();
-    for (const auto& q : c) contours.back().emplace_back(q.x, q.y);
-  }
+  const auto rings = peers::cgalRings(input(state));
   int triangles = 0;
-  for (auto _ : state) {
-    Cdt cdt;
-    for (const auto& c : contours) cdt.insert_constraint(c.begin(), c.end(), true);
-    markDomain(cdt);
-    triangles = 0;
-    for (auto f = cdt.finite_faces_begin(); f != cdt.finite_faces_end(); ++f) triangles += f->info().inDomain();
-    benchmark::DoNotOptimize(triangles);
-  }
+  for (auto _ : state) benchmark::DoNotOptimize(triangles = peers::cgalTriangles(rings));
   state.counters["triangles"] = triangles;
 }
 #endif
 
-#if defined(QOR_HAVE_GLU)
-constexpr bool kHaveGlu = true;
-#else
-constexpr bool kHaveGlu = false;
-#endif
-#if defined(QOR_HAVE_CGAL)
-constexpr bool kHaveCgal = true;
-#else
-constexpr bool kHaveCgal = false;
-#endif
+constexpr bool kHaveGlu = QOR_HAVE_GLU, kHaveCgal = QOR_HAVE_CGAL;
 
 const std::vector<int64_t> kSizes = {10, 100, 1000, 4000, 8000, -1};
 
@@ -211,10 +102,10 @@ void sizes(benchmark::internal::Benchmark* b) {
 }
 
 BENCHMARK(BM_Triangulate_Qor)->Apply(sizes);
-#if defined(QOR_HAVE_GLU)
+#if QOR_HAVE_GLU
 BENCHMARK(BM_Triangulate_GLU)->Apply(sizes);
 #endif
-#if defined(QOR_HAVE_CGAL)
+#if QOR_HAVE_CGAL
 BENCHMARK(BM_Triangulate_CGAL)->Apply(sizes);
 #endif
 

@@ -90,67 +90,29 @@ class Expansion {
   std::vector<double> m_Parts;
 };
 
-// Adds (a - c) x (b - c), exactly, to `sum`: each difference is split into its rounded value and its error, and
-// the eight partial products are added one by one.
-void addOrientation(Expansion& sum, const Pt& a, const Pt& b, const Pt& c) {
-  double acx, acxt, acy, acyt, bcx, bcxt, bcy, bcyt;
-  twoDiff(a.x, c.x, acx, acxt);
-  twoDiff(a.y, c.y, acy, acyt);
-  twoDiff(b.x, c.x, bcx, bcxt);
-  twoDiff(b.y, c.y, bcy, bcyt);
-  sum.addProduct(acx, bcy);
-  sum.addProduct(acx, bcyt);
-  sum.addProduct(acxt, bcy);
-  sum.addProduct(acxt, bcyt);
-  sum.addProduct(-acy, bcx);
-  sum.addProduct(-acy, bcxt);
-  sum.addProduct(-acyt, bcx);
-  sum.addProduct(-acyt, bcxt);
-}
-
-}  // namespace
-
-namespace {
-
-// (a2 - a1) x (b2 - b1) as an exact expansion.
-Expansion crossExpansion(const Pt& a1, const Pt& a2, const Pt& b1, const Pt& b2) {
-  double acx, acxt, acy, acyt, bcx, bcxt, bcy, bcyt;
-  twoDiff(a2.x, a1.x, acx, acxt);
-  twoDiff(a2.y, a1.y, acy, acyt);
-  twoDiff(b2.x, b1.x, bcx, bcxt);
-  twoDiff(b2.y, b1.y, bcy, bcyt);
-  Expansion det;
-  det.addProduct(acx, bcy);
-  det.addProduct(-acy, bcx);
-  det.addProduct(acx, bcyt);
-  det.addProduct(acxt, bcy);
-  det.addProduct(acxt, bcyt);
-  det.addProduct(-acy, bcxt);
-  det.addProduct(-acyt, bcx);
-  det.addProduct(-acyt, bcxt);
-  return det;
+// Adds (a2 - a1) x (b2 - b1), exactly, to `sum`: each difference is split into its rounded value and its error,
+// and the eight partial products are added one by one (those of zero errors add nothing).
+void addCross(Expansion& sum, const Pt& a1, const Pt& a2, const Pt& b1, const Pt& b2) {
+  double ax, axt, ay, ayt, bx, bxt, by, byt;
+  twoDiff(a2.x, a1.x, ax, axt);
+  twoDiff(a2.y, a1.y, ay, ayt);
+  twoDiff(b2.x, b1.x, bx, bxt);
+  twoDiff(b2.y, b1.y, by, byt);
+  sum.addProduct(ax, by);
+  sum.addProduct(-ay, bx);
+  sum.addProduct(ax, byt);
+  sum.addProduct(axt, by);
+  sum.addProduct(axt, byt);
+  sum.addProduct(-ay, bxt);
+  sum.addProduct(-ayt, bx);
+  sum.addProduct(-ayt, bxt);
 }
 
 }  // namespace
 
 double crossExact(const Pt& a1, const Pt& a2, const Pt& b1, const Pt& b2) {
-  // Most undecided cases have exact differences (points on a grid, or collinear runs): two products settle them.
-  double acx, acxt, acy, acyt, bcx, bcxt, bcy, bcyt;
-  twoDiff(a2.x, a1.x, acx, acxt);
-  twoDiff(a2.y, a1.y, acy, acyt);
-  twoDiff(b2.x, b1.x, bcx, bcxt);
-  twoDiff(b2.y, b1.y, bcy, bcyt);
   Expansion det;
-  det.addProduct(acx, bcy);
-  det.addProduct(-acy, bcx);
-  if (acxt != 0 || acyt != 0 || bcxt != 0 || bcyt != 0) {
-    det.addProduct(acx, bcyt);
-    det.addProduct(acxt, bcy);
-    det.addProduct(acxt, bcyt);
-    det.addProduct(-acy, bcxt);
-    det.addProduct(-acyt, bcx);
-    det.addProduct(-acyt, bcxt);
-  }
+  addCross(det, a1, a2, b1, b2);
   return det.sign();
 }
 
@@ -171,7 +133,7 @@ int ringOrientation(const Pt* p, size_t n, double& estimate) {
   if (total < -bound) return -1;
   Expansion exact;
   for (size_t i = 1; i + 1 < n; ++i) {
-    addOrientation(exact, p[i], p[i + 1], o);
+    addCross(exact, o, p[i], o, p[i + 1]);
     if (exact.size() > 64) exact.compress();
   }
   return exact.sign();
@@ -198,7 +160,10 @@ double areaTolerance(double extent, long terms) {
 Pt crossingPoint(const Pt& a, const Pt& b, const Pt& c, const Pt& d) {
   // How far a and b lie from the line c d, exact and then rounded once, so that the point along a b is within a
   // few units in the last place of the true crossing, however nearly parallel the edges are.
-  const double da = crossExpansion(a, c, a, d).value(), db = crossExpansion(b, c, b, d).value();
+  Expansion ea, eb;
+  addCross(ea, a, c, a, d);
+  addCross(eb, b, c, b, d);
+  const double da = ea.value(), db = eb.value();
   const long double t = da == db ? 0.5L : static_cast<long double>(da) / (static_cast<long double>(da) - db);
   Pt x{static_cast<double>(a.x + t * (static_cast<long double>(b.x) - a.x)),
        static_cast<double>(a.y + t * (static_cast<long double>(b.y) - a.y))};

@@ -30,10 +30,6 @@ constexpr qorInt32 kKeptPoints = 1 << 16;
   qorThrowComposed(kRingsPrefix, detail.c_str(), kUnit, line);
 }
 
-[[noreturn]] void fillFailed(const std::string& detail, unsigned long line) {
-  qorThrowComposed(kFillPrefix, detail.c_str(), kUnit, line);
-}
-
 // Everything a thread's calls keep between them.
 struct ThreadRings {
   qor_internal::RingSweep sweep;
@@ -196,6 +192,25 @@ std::string near(double x, double y) {
   return where;
 }
 
+// The checks every ring call starts with: a count and arrays, at most 2^30 points, finite coordinates whose
+// magnitudes a power of two brings into the exact range. Returns the number of points and sets that power of two.
+qorInt32 checkRings(qorInt32 count, const qorInt32* sizes, const double (*points)[2], const char* prefix,
+                    double& scale) {
+  if (count < 1) qorThrowComposed(prefix, "the ring count must be at least 1", kUnit, __LINE__);
+  if (sizes == nullptr || points == nullptr) qorThrowComposed(prefix, "null sizes or points", kUnit, __LINE__);
+  long long total = 0;
+  for (qorInt32 r = 0; r < count; ++r) {
+    if (sizes[r] > 0) total += sizes[r];
+    if (total > kMostPoints) qorThrowComposed(prefix, "too many points", kUnit, __LINE__);
+  }
+  Magnitudes magnitudes;
+  magnitudes.add(&points[0][0], 2 * static_cast<size_t>(total));
+  if (!magnitudes.finite()) raiseNotFinite(count, sizes, points, prefix);
+  scale = magnitudes.scale();
+  if (scale == 0) qorThrowComposed(prefix, kOutOfRange, kUnit, __LINE__);
+  return static_cast<qorInt32>(total);
+}
+
 // A ring without area is left out, unless its edges cross: then its lobes cancel, and that is an error.
 void raiseIfCrossing(ThreadRings& rings, qorInt32 first, qorInt32 k, qorInt32 ring) {
   RingModel& single = rings.single;
@@ -226,20 +241,8 @@ qorInt32 qorTriangulateRings(qorInt32 count, const qorInt32* sizes, const double
   ThreadRings& rings = threadRings();
   FixupsRecord record(rings);
   qorRingFixups& fixups = record.fixups;
-  if (count < 1) ringsFailed("the ring count must be at least 1", __LINE__);
-  if (sizes == nullptr || points == nullptr) ringsFailed("null sizes or points", __LINE__);
-
-  long long total = 0;
-  for (qorInt32 r = 0; r < count; ++r) {
-    if (sizes[r] > 0) total += sizes[r];
-    if (total > kMostPoints) ringsFailed("too many points", __LINE__);
-  }
-  Magnitudes magnitudes;
-  magnitudes.add(&points[0][0], 2 * static_cast<size_t>(total));
-  if (!magnitudes.finite()) raiseNotFinite(count, sizes, points);
-  const double scale = magnitudes.scale();
-  if (scale == 0) ringsFailed(kOutOfRange, __LINE__);
-
+  double scale;
+  const qorInt32 total = checkRings(count, sizes, points, kRingsPrefix, scale);
   RingModel& model = rings.model;
   model.begin(static_cast<qorInt32>(total), scale);
   qorInt32 firstWithArea = -1;
@@ -299,19 +302,8 @@ qorInt32 qorTriangulateRingsFill(qorInt32 count, const qorInt32* sizes, const do
   added.clear();
   if (rule != qorFillEvenOdd && rule != qorFillNonZero)
     qorThrow("qorTriangulateRingsFill: the fill rule must be qorFillEvenOdd or qorFillNonZero", kUnit, __LINE__);
-  if (count < 1) fillFailed("the ring count must be at least 1", __LINE__);
-  if (sizes == nullptr || points == nullptr) fillFailed("null sizes or points", __LINE__);
-  long long total = 0;
-  for (qorInt32 r = 0; r < count; ++r) {
-    if (sizes[r] > 0) total += sizes[r];
-    if (total > kMostPoints) fillFailed("too many points", __LINE__);
-  }
-  Magnitudes magnitudes;
-  magnitudes.add(&points[0][0], 2 * static_cast<size_t>(total));
-  if (!magnitudes.finite()) raiseNotFinite(count, sizes, points, kFillPrefix);
-  const double scale = magnitudes.scale();
-  if (scale == 0) fillFailed(kOutOfRange, __LINE__);
-
+  double scale;
+  const qorInt32 total = checkRings(count, sizes, points, kFillPrefix, scale);
   ThreadRings& rings = threadRings();
   RingModel& model = rings.model;
   model.begin(static_cast<qorInt32>(total), scale);

@@ -277,6 +277,11 @@ TEST(qorCheckPolygon, FindsCrossingsAndTouches) {
       {poly({{{0, 0}, {10, 0}, {5, 0}, {5, 10}}}), "contour 1 touches itself near (5, 0)"},
       {poly({{{0, 0}, {10, 0}, {10, 0}, {0, 10}}}), "contour 1 touches itself near (10, 0)"},
       {poly({kSquare, {{1, 1}, {2, 1}}}), "contour 2 has fewer than 3 points"},
+      // Exact: a point on an edge's line touches it; one unit in the last place off it does not.
+      {poly({{{0, .1}, {10, .1}, {10, 10}, {0, 10}}, {{5, .1}, {4, 5}, {6, 5}}}), "contour 2 touches contour 1 near (5, 0.1)"},
+      {poly({{{0, .1}, {10, .1}, {10, 10}, {0, 10}}, {{5, std::nextafter(.1, 1.)}, {4, 5}, {6, 5}}}), ""},
+      {poly({{{0, 0}, {3, 3}, {0, 3}}, {{1, 1 + 1e-15}, {1, 2}, {.5, 2}}}), ""},
+      {poly({{{1e-200, 0}, {1, 0}, {0, 1}}}), "the coordinates are out of range (their magnitudes span more than 2^400)"},
   };
   // clang-format on
   for (const auto& [p, expected] : cases) EXPECT_EQ(checkOf(p), expected);
@@ -390,9 +395,9 @@ TEST(qorTriangulateRings, GeneratedPolygonsOfAnySizeAndScale) {
   for (int n : {12, 2000, 100000}) inputs.push_back({"meander", polygen::meander(n, n > 10000)});
   for (int n : {100, 20000}) inputs.push_back({"holes", polygen::star(rng, n, n / 10)});
   for (const auto& [name, p] : inputs) {
-    const std::string label = name + " " + std::to_string(p.vertexCount()) + ": " + checkOf(p);
+    const std::string check = checkOf(p), label = name + " " + std::to_string(p.vertexCount()) + ": " + check;
     const std::vector<qorInt32> plain = tricheck::checkRings(p, polygen::normalize(p), label, -1, 300);
-    EXPECT_TRUE(name == "grid" || checkOf(p).empty()) << label;
+    EXPECT_TRUE(name == "grid" || check.empty()) << label;
     for (const double f : {1e-300, 1e-20, 1e20, 1e300}) {
       if (p.vertexCount() > 2000 || name == "grid") break;  // rounding the grid's coordinates ends collinear runs
       std::vector<qorInt32> tri;
@@ -459,4 +464,23 @@ TEST(qorTriangulateRingsFill, MatchesTheOracle) {
       EXPECT_TRUE(text == qortest::kNothingRaised && tri == again && added == more) << label << text;  // and twice
       EXPECT_EQ(polygen::fillProblem(p, rule == qorFillEvenOdd, tri, added), "") << label << ", rule " << rule;
     }
+  // Bad input raises, leaving the triangles as they were and `added` empty.
+  const qorInt32 three = 3;
+  const double good[3][2] = {{0, 0}, {1, 0}, {0, 1}}, nan[3][2] = {{0, 0}, {NAN, 0}, {0, 1}};
+  const double wide[3][2] = {{0, 0}, {1e-300, 0}, {0, 1e300}};
+  // clang-format off
+  const std::vector<std::tuple<qorInt32, const qorInt32*, const double (*)[2], int, const char*>> bad = {
+      {0, &three, good, qorFillEvenOdd, "the ring count must be at least 1"}, {1, nullptr, good, qorFillNonZero, "null sizes or points"},
+      {1, &three, good, 3, "the fill rule must be"}, {1, &three, nan, qorFillNonZero, "a coordinate is not a finite number (ring 1, point 2)"},
+      {1, &three, wide, qorFillEvenOdd, "the coordinates are out of range"}};
+  // clang-format on
+  for (const auto& [count, sizes, points, rule, message] : bad) {
+    std::vector<qorInt32> tri{4};
+    std::vector<double> added{5};
+    const std::string text = raisedText([&, c = count, sz = sizes, pt = points, r = rule] {
+      qorTriangulateRingsFill(c, sz, pt, static_cast<qorFillRule>(r), tri, added);
+    });
+    EXPECT_TRUE(qortest::startsWith(text, std::string("qorTriangulateRingsFill: ") + message)) << text;
+    EXPECT_TRUE(tri == std::vector<qorInt32>{4} && added.empty()) << message;
+  }
 }
