@@ -8,6 +8,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "qor_tool.h"
 
@@ -25,42 +26,26 @@ struct Counts {
 // reader's line calls would put together a line that spans refills in a
 // buffer as long as the line.
 Counts countLines(const std::string& name, Format format, const char** chosen) {
+  // Line by line through the reader's views: a line that lies whole in the reader's buffer is counted where it lies,
+  // and only a longer one is gathered in the reader's spill buffer, so memory grows with the longest line.
   std::unique_ptr<qorStreamReader> r(openInput(name, format, chosen));
   Counts c;
-  unsigned long long line = 0;  // bytes of the line so far
+  std::string_view line;
   try {
     Progress progress("lines " + shownName(name), r->size());
-    for (;;) {
-      if (r->m_BufLeft <= 0) r->fillBuf();
-      if (r->m_BufSize == 0) break;
-      const char* p = r->m_Buf + (r->m_BufSize - r->m_BufLeft);
-      const char* const end = p + r->m_BufLeft;
-      r->m_BufLeft = 0;
-      const char* cr = static_cast<const char*>(std::memchr(p, '\r', end - p));
-      if (cr == nullptr) cr = end;
-      while (p < end) {
-        const char* lf = static_cast<const char*>(std::memchr(p, '\n', end - p));
-        const char* stop = lf == nullptr ? end : lf;
-        line += stop - p;
-        for (; cr < stop; --line) {
-          cr = static_cast<const char*>(std::memchr(cr + 1, '\r', end - cr - 1));
-          if (cr == nullptr) cr = end;
-        }
-        if (lf == nullptr) break;
-        ++c.lines;
-        c.bytes += line + 1;
-        c.longest = std::max(c.longest, line);
-        line = 0;
-        p = lf + 1;
-      }
-      progress.update(r->m_FileBytes);
+    bool ended = false;
+    while (!ended) {
+      ended = !r->readLineView(line);
+      if (ended && line.empty()) break;
+      c.lines += !ended;
+      c.bytes += line.size() + !ended;
+      c.longest = std::max<unsigned long long>(c.longest, line.size());
+      if ((c.lines & 0xffff) == 0) progress.update(r->m_FileBytes);
     }
     r->checkRead();
   } catch (qorException* e) {
     readFailure(name, e);
   }
-  c.bytes += line;
-  c.longest = std::max(c.longest, line);
   return c;
 }
 
