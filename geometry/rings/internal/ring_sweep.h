@@ -262,7 +262,6 @@ class QOR_HIDDEN RingSweep {
   std::vector<qorInt32> m_Windings;  // scratch: their winding numbers
   std::vector<Key> m_Keys, m_Merged;
   std::vector<qorInt32> m_Runs;   // scratch: where each sorted run of keys starts
-  std::vector<Pt> m_Turned;       // scratch: a ring turned by a quarter for the sweep along x
   std::vector<qorInt32> m_Deque;  // scratch: the front of a monotone ring
   std::vector<qorInt32> m_SmallRank, m_SmallEdges, m_SmallFronts;  // scratch of the small sweep
 };
