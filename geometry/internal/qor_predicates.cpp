@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 #include <vector>
 
 namespace qor_internal {
@@ -44,8 +45,29 @@ inline void twoProduct(double a, double b, double& x, double& y) {
   y = al * bl - e3;
 }
 
+// Room for the components of at most N additions, in place: a sum of one or two cross products needs no heap.
+template <size_t N>
+class FixedParts {
+ public:
+  double* begin() { return m_Parts; }
+  double* end() { return m_Parts + m_Size; }
+  const double* begin() const { return m_Parts; }
+  const double* end() const { return m_Parts + m_Size; }
+  double& operator[](size_t i) { return m_Parts[i]; }
+  double back() const { return m_Parts[m_Size - 1]; }
+  bool empty() const { return m_Size == 0; }
+  size_t size() const { return m_Size; }
+  void resize(size_t n) { m_Size = n; }
+  void push_back(double v) { m_Parts[m_Size++] = v; }
+
+ private:
+  double m_Parts[N];
+  size_t m_Size = 0;
+};
+
 // An exact sum kept as non-overlapping components in increasing magnitude (zeros left out). Adding a component
-// keeps the invariant; the sign of the whole is the sign of its largest component.
+// keeps the invariant and makes at most one more; the sign of the whole is the sign of its largest component.
+template <class Parts>
 class Expansion {
  public:
   void add(double b) {
@@ -80,19 +102,25 @@ class Expansion {
   }
   // Rewrites the components so that there are as few as the value needs (long sums grow them otherwise).
   void compress() {
-    std::vector<double> parts;
-    parts.swap(m_Parts);
+    Parts parts;
+    std::swap(parts, m_Parts);
     for (double e : parts) add(e);
   }
   size_t size() const { return m_Parts.size(); }
 
  private:
-  std::vector<double> m_Parts;
+  Parts m_Parts;
 };
+
+// One cross product adds 8 exact products, 16 components at most.
+using CrossSum = Expansion<FixedParts<16>>;
+// A ring's sum of any number of them.
+using RingSum = Expansion<std::vector<double>>;
 
 // Adds (a2 - a1) x (b2 - b1), exactly, to `sum`: each difference is split into its rounded value and its error,
 // and the eight partial products are added one by one (those of zero errors add nothing).
-void addCross(Expansion& sum, const Pt& a1, const Pt& a2, const Pt& b1, const Pt& b2) {
+template <class Sum>
+void addCross(Sum& sum, const Pt& a1, const Pt& a2, const Pt& b1, const Pt& b2) {
   double ax, axt, ay, ayt, bx, bxt, by, byt;
   twoDiff(a2.x, a1.x, ax, axt);
   twoDiff(a2.y, a1.y, ay, ayt);
@@ -111,7 +139,7 @@ void addCross(Expansion& sum, const Pt& a1, const Pt& a2, const Pt& b1, const Pt
 }  // namespace
 
 double crossExact(const Pt& a1, const Pt& a2, const Pt& b1, const Pt& b2) {
-  Expansion det;
+  CrossSum det;
   addCross(det, a1, a2, b1, b2);
   return det.sign();
 }
@@ -131,7 +159,7 @@ int ringOrientation(const Pt* p, size_t n, double& estimate) {
   const double bound = (static_cast<double>(n) + 4.0) * DBL_EPSILON * magnitude;
   if (total > bound) return 1;
   if (total < -bound) return -1;
-  Expansion exact;
+  RingSum exact;
   for (size_t i = 1; i + 1 < n; ++i) {
     addCross(exact, o, p[i], o, p[i + 1]);
     if (exact.size() > 64) exact.compress();
@@ -160,7 +188,7 @@ double areaTolerance(double extent, long terms) {
 Pt crossingPoint(const Pt& a, const Pt& b, const Pt& c, const Pt& d) {
   // How far a and b lie from the line c d, exact and then rounded once, so that the point along a b is within a
   // few units in the last place of the true crossing, however nearly parallel the edges are.
-  Expansion ea, eb;
+  CrossSum ea, eb;
   addCross(ea, a, c, a, d);
   addCross(eb, b, c, b, d);
   const double da = ea.value(), db = eb.value();

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
-#include <cstdio>
 #include <cstring>
 #include <memory>
 
@@ -15,6 +14,7 @@
 namespace {
 
 using qor_internal::Contact;
+using qor_internal::near;
 using qor_internal::Pt;
 using qor_internal::RingModel;
 
@@ -186,12 +186,6 @@ int orientationOf(const RingModel& model, qorInt32 k, double twice, double magni
   qorThrowComposed(prefix, detail.c_str(), kUnit, __LINE__);
 }
 
-std::string near(double x, double y) {
-  char where[80];
-  std::snprintf(where, sizeof(where), " near (%.10g, %.10g)", x, y);
-  return where;
-}
-
 // The checks every ring call starts with: a count and arrays, at most 2^30 points, finite coordinates whose
 // magnitudes a power of two brings into the exact range. Returns the number of points and sets that power of two.
 qorInt32 checkRings(qorInt32 count, const qorInt32* sizes, const double (*points)[2], const char* prefix,
@@ -272,19 +266,21 @@ qorInt32 qorTriangulateRings(qorInt32 count, const qorInt32* sizes, const double
   AppendGuard appended(triangles);
   qor_internal::SweepCounts counts;
   double twiceCovered = 0;
+  const auto recordCounts = [&] {
+    fixups.pointsMerged = counts.pointsMerged, fixups.edgesSplit = counts.edgesSplit;
+    fixups.edgesCancelled = counts.edgesCancelled;
+  };
   try {
     if (!rings.sweep.triangulateMonotone(model, model.ringSign[0] > 0, triangles, twiceCovered)) {
       model.link();
       rings.sweep.triangulate(model, kRingsPrefix, triangles, counts, twiceCovered);
     }
   } catch (...) {
-    fixups.pointsMerged = counts.pointsMerged, fixups.edgesSplit = counts.edgesSplit;
-    fixups.edgesCancelled = counts.edgesCancelled;
+    recordCounts();
     releaseIfLarge(model.count);
     throw;
   }
-  fixups.pointsMerged = counts.pointsMerged, fixups.edgesSplit = counts.edgesSplit;
-  fixups.edgesCancelled = counts.edgesCancelled;
+  recordCounts();
   // The triangles' areas must add up to the region's: the sweep's own invariant, checked independently.
   const long terms = static_cast<long>(model.count) + static_cast<long>(appended.appended() / 3);
   const double extent = std::max(model.high.x - model.low.x, model.high.y - model.low.y);

@@ -5,22 +5,10 @@
 // unusual (two points in one place, a point on an edge, edges that meet or cross) hands the ring back to the
 // general sweep, which deals with it.
 #include <algorithm>
-#include <cstring>
 
 #include "internal/ring_sweep.h"
 
 namespace qor_internal {
-
-namespace {
-
-inline uint64_t orderBits(double d) {
-  d += 0.0;
-  uint64_t b;
-  std::memcpy(&b, &d, sizeof(b));
-  return (b >> 63) != 0 ? ~b : b | 0x8000000000000000ull;
-}
-
-}  // namespace
 
 bool RingSweep::smallRing(const RingModel& model) {
   const qorInt32 n = model.size();

@@ -19,14 +19,6 @@ const char kUnit[] = "qor_rings";
 // Sweep order: by y, then x. Equal points are one node.
 inline bool below(const Pt& a, const Pt& b) { return a.y < b.y || (a.y == b.y && a.x < b.x); }
 
-// The bits of a double as an unsigned number in the same order (-0 taken as +0).
-inline uint64_t orderBits(double d) {
-  d += 0.0;
-  uint64_t b;
-  std::memcpy(&b, &d, sizeof(b));
-  return (b >> 63) != 0 ? ~b : b | 0x8000000000000000ull;
-}
-
 // Sweep order of keys: y's bits, then x (read from the points, rarely needed), then the index.
 struct KeyBefore {
   const Pt* pts;
@@ -38,13 +30,13 @@ struct KeyBefore {
   }
 };
 
+}  // namespace
+
 std::string near(double x, double y) {
   char text[80];
   std::snprintf(text, sizeof(text), " near (%.10g, %.10g)", x, y);
   return text;
 }
-
-}  // namespace
 
 // --- The model --------------------------------------------------------------------------------------------------
 

@@ -16,6 +16,7 @@
 #include <qor/qor_export.h>
 
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <unordered_map>
@@ -24,6 +25,17 @@
 #include "../../internal/qor_predicates.h"
 
 namespace qor_internal {
+
+// The bits of a double as an unsigned number in the same order (-0 taken as +0).
+inline uint64_t orderBits(double d) {
+  d += 0.0;
+  uint64_t b;
+  std::memcpy(&b, &d, sizeof(b));
+  return (b >> 63) != 0 ? ~b : b | 0x8000000000000000ull;
+}
+
+// " near (x, y)", for messages that name a place.
+QOR_HIDDEN std::string near(double x, double y);
 
 struct RingModel {
   std::vector<Pt> pts;               // kept points, ring after ring, scaled
@@ -261,8 +273,8 @@ class QOR_HIDDEN RingSweep {
   std::vector<qorInt32> m_Regions;   // scratch: intervals of the regions around the new edges
   std::vector<qorInt32> m_Windings;  // scratch: their winding numbers
   std::vector<Key> m_Keys, m_Merged;
-  std::vector<qorInt32> m_Runs;   // scratch: where each sorted run of keys starts
-  std::vector<qorInt32> m_Deque;  // scratch: the front of a monotone ring
+  std::vector<qorInt32> m_Runs;                                    // scratch: where each sorted run of keys starts
+  std::vector<qorInt32> m_Deque;                                   // scratch: the front of a monotone ring
   std::vector<qorInt32> m_SmallRank, m_SmallEdges, m_SmallFronts;  // scratch of the small sweep
 };
 
